@@ -1,0 +1,210 @@
+#include "platform/Format.h"
+
+#include <cstdio>
+#include <cstring>
+
+namespace tessel {
+
+namespace {
+
+bool isFlag(char c) { return c == '-' || c == '+' || c == ' ' || c == '#' || c == '0' || c == '\''; }
+bool isDigit(char c) { return c >= '0' && c <= '9'; }
+bool isLengthModifier(char c) { return c == 'h' || c == 'l' || c == 'q' || c == 'z' || c == 'j' || c == 't' || c == 'L'; }
+
+// One conversion specification, as parsed from the format.
+struct Specification {
+    std::string flags;
+    std::string width;
+    std::string precision; // with its leading '.', or empty
+    std::string length;
+    char conversion = 0;
+
+    // Without a length modifier integers are of C's int size.
+    bool isWide() const { return !length.empty() && length != "h" && length != "hh"; }
+
+    std::string printfFormat(const char* length, char conversion) const
+    {
+        return "%" + flags + width + precision + length + conversion;
+    }
+};
+
+const FormatArgument* argumentAt(std::initializer_list<FormatArgument> arguments, size_t index)
+{
+    return index < arguments.size() ? arguments.begin() + index : nullptr;
+}
+
+template <typename T>
+void appendPrintf(std::string& out, const std::string& format, T value)
+{
+    char small[128];
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+    int needed = std::snprintf(small, sizeof small, format.c_str(), value);
+    if (needed < 0)
+        return;
+    if (static_cast<size_t>(needed) < sizeof small) {
+        out.append(small, static_cast<size_t>(needed));
+        return;
+    }
+    std::string large(static_cast<size_t>(needed) + 1, '\0');
+    std::snprintf(large.data(), large.size(), format.c_str(), value);
+#pragma GCC diagnostic pop
+    out.append(large.data(), static_cast<size_t>(needed));
+}
+
+void appendText(std::string& out, const Specification& spec, const std::string& text)
+{
+    if (spec.flags.empty() && spec.width.empty() && spec.precision.empty()) {
+        out += text;
+        return;
+    }
+    appendPrintf(out, spec.printfFormat("", 's'), text.c_str());
+}
+
+void appendConversion(std::string& out, const Specification& spec, const FormatArgument* argument)
+{
+    static const FormatArgument missing(static_cast<const char*>(nullptr));
+    const FormatArgument& value = argument ? *argument : missing;
+    switch (spec.conversion) {
+    case '@':
+        appendText(out, spec, value.objectText());
+        break;
+    case 's':
+        appendText(out, spec, value.cText());
+        break;
+    case 'd':
+    case 'i':
+        if (spec.isWide())
+            appendPrintf(out, spec.printfFormat("ll", spec.conversion), static_cast<long long>(value.signedValue()));
+        else
+            appendPrintf(out, spec.printfFormat("", spec.conversion), static_cast<int>(value.signedValue()));
+        break;
+    case 'u':
+    case 'x':
+    case 'X':
+    case 'o':
+        if (spec.isWide())
+            appendPrintf(out, spec.printfFormat("ll", spec.conversion),
+                static_cast<unsigned long long>(value.unsignedValue()));
+        else
+            appendPrintf(out, spec.printfFormat("", spec.conversion), static_cast<unsigned>(value.unsignedValue()));
+        break;
+    case 'c':
+        appendPrintf(out, spec.printfFormat("", 'c'), static_cast<int>(static_cast<unsigned char>(value.signedValue())));
+        break;
+    case 'p':
+        appendPrintf(out, std::string("%#llx"), static_cast<unsigned long long>(value.unsignedValue()));
+        break;
+    case 'f':
+    case 'F':
+    case 'e':
+    case 'E':
+    case 'g':
+    case 'G':
+    case 'a':
+    case 'A':
+        appendPrintf(out, spec.printfFormat("", spec.conversion), value.realValue());
+        break;
+    default:
+        break;
+    }
+}
+
+bool isConversion(char c) { return std::strchr("@sdiuxXocpfFeEgGaA", c) != nullptr; }
+
+} // namespace
+
+std::string FormatArgument::objectText() const
+{
+    if (auto text = std::get_if<const char*>(&_argument))
+        return *text ? *text : "(null)";
+    if (auto text = std::get_if<std::string_view>(&_argument))
+        return std::string(*text);
+    if (auto number = std::get_if<int64_t>(&_argument))
+        return std::to_string(*number);
+    if (auto number = std::get_if<uint64_t>(&_argument))
+        return std::to_string(*number);
+    if (auto number = std::get_if<double>(&_argument))
+        return Value(*number).description();
+    if (auto date = std::get_if<Date>(&_argument))
+        return date->description();
+    return std::get<const Value*>(_argument)->description();
+}
+
+std::string FormatArgument::cText() const { return objectText(); }
+
+int64_t FormatArgument::signedValue() const
+{
+    if (auto number = std::get_if<int64_t>(&_argument))
+        return *number;
+    if (auto number = std::get_if<uint64_t>(&_argument))
+        return static_cast<int64_t>(*number);
+    if (auto number = std::get_if<double>(&_argument))
+        return Value(*number).integerValue();
+    if (auto value = std::get_if<const Value*>(&_argument))
+        return (*value)->integerValue();
+    if (auto date = std::get_if<Date>(&_argument))
+        return Value(date->timeIntervalSinceReferenceDate()).integerValue();
+    return 0;
+}
+
+uint64_t FormatArgument::unsignedValue() const { return static_cast<uint64_t>(signedValue()); }
+
+double FormatArgument::realValue() const
+{
+    if (auto number = std::get_if<int64_t>(&_argument))
+        return static_cast<double>(*number);
+    if (auto number = std::get_if<uint64_t>(&_argument))
+        return static_cast<double>(*number);
+    if (auto number = std::get_if<double>(&_argument))
+        return *number;
+    if (auto value = std::get_if<const Value*>(&_argument))
+        return (*value)->doubleValue();
+    if (auto date = std::get_if<Date>(&_argument))
+        return date->timeIntervalSinceReferenceDate();
+    return 0;
+}
+
+std::string formatArguments(std::string_view format, std::initializer_list<FormatArgument> arguments)
+{
+    std::string out;
+    out.reserve(format.size() + 16 * arguments.size());
+    size_t next = 0;
+    size_t i = 0;
+    while (i < format.size()) {
+        char c = format[i];
+        if (c != '%') {
+            out += c;
+            ++i;
+            continue;
+        }
+        size_t start = i++;
+        if (i < format.size() && format[i] == '%') {
+            out += '%';
+            ++i;
+            continue;
+        }
+        Specification spec;
+        while (i < format.size() && isFlag(format[i]))
+            spec.flags += format[i++];
+        while (i < format.size() && isDigit(format[i]) && spec.width.size() < 4)
+            spec.width += format[i++];
+        if (i < format.size() && format[i] == '.') {
+            spec.precision += format[i++];
+            while (i < format.size() && isDigit(format[i]) && spec.precision.size() < 5)
+                spec.precision += format[i++];
+        }
+        while (i < format.size() && isLengthModifier(format[i]) && spec.length.size() < 2)
+            spec.length += format[i++];
+        if (i >= format.size() || !isConversion(format[i])) {
+            // Not a conversion we know: keep the text as written.
+            out.append(format.substr(start, i - start));
+            continue;
+        }
+        spec.conversion = format[i++];
+        appendConversion(out, spec, argumentAt(arguments, next++));
+    }
+    return out;
+}
+
+} // namespace tessel

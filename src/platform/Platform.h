@@ -1,0 +1,37 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+namespace tessel {
+
+class Clock;
+class FileLogManager;
+class NotificationCenter;
+class Preferences;
+class SystemLog;
+class SystemNotificationCenter;
+
+// The services of the machine the server runs on. A host installs one before
+// starting the server (the daemon a Linux one, tests a simulated device); the
+// server reaches the platform only through it.
+class Platform {
+public:
+    std::string libraryDirectory;
+    // The host's own preferences domain, its standard user defaults.
+    std::string hostPreferencesDomain = "com.tamber.vantry";
+
+    std::shared_ptr<Clock> clock;
+    std::shared_ptr<Preferences> preferences;
+    std::shared_ptr<SystemLog> systemLog;
+    std::shared_ptr<NotificationCenter> notificationCenter;
+    std::shared_ptr<SystemNotificationCenter> systemNotificationCenter;
+    std::shared_ptr<FileLogManager> fileLogManager;
+
+    static void install(std::shared_ptr<Platform> platform);
+    // The installed platform; a server without one is a programming error and aborts.
+    static Platform& current();
+    static bool isInstalled();
+};
+
+} // namespace tessel
