@@ -1,6 +1,7 @@
 #include "platform/Date.h"
 
 #include <cmath>
+#include <cstdio>
 #include <ctime>
 
 namespace tessel {
@@ -15,7 +16,8 @@ std::string Date::description() const
     if (!gmtime_r(&seconds, &parts))
         return "(invalid date)";
     char text[64];
-    strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S +0000", &parts);
+    std::snprintf(text, sizeof text, "%04d-%02d-%02d %02d:%02d:%02d +0000", parts.tm_year + 1900, parts.tm_mon + 1,
+        parts.tm_mday, parts.tm_hour, parts.tm_min, parts.tm_sec);
     return text;
 }
 

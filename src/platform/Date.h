@@ -22,7 +22,7 @@ public:
         return Date(seconds - intervalBetween1970AndReferenceDate);
     }
     // Year 1 and year 4001, as far apart as any real date can be.
-    static constexpr Date distantPast() { return Date(-63114076800.0); }
+    static constexpr Date distantPast() { return Date(-63113904000.0); }
     static constexpr Date distantFuture() { return Date(63113904000.0); }
 
     constexpr double timeIntervalSinceReferenceDate() const { return _seconds; }

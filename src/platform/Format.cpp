@@ -1,5 +1,6 @@
 #include "platform/Format.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 
@@ -110,6 +111,19 @@ void appendConversion(std::string& out, const Specification& spec, const FormatA
     }
 }
 
+// Widths and precisions beyond the cap are clamped so a hostile format cannot
+// ask for huge output.
+std::string cappedNumber(std::string_view format, size_t& i, int cap)
+{
+    size_t start = i;
+    int value = 0;
+    while (i < format.size() && isDigit(format[i])) {
+        value = std::min(cap, value * 10 + (format[i] - '0'));
+        ++i;
+    }
+    return i == start ? std::string() : std::to_string(value);
+}
+
 bool isConversion(char c) { return std::strchr("@sdiuxXocpfFeEgGaA", c) != nullptr; }
 
 } // namespace
@@ -187,12 +201,10 @@ std::string formatArguments(std::string_view format, std::initializer_list<Forma
         Specification spec;
         while (i < format.size() && isFlag(format[i]))
             spec.flags += format[i++];
-        while (i < format.size() && isDigit(format[i]) && spec.width.size() < 4)
-            spec.width += format[i++];
+        spec.width = cappedNumber(format, i, 9999);
         if (i < format.size() && format[i] == '.') {
-            spec.precision += format[i++];
-            while (i < format.size() && isDigit(format[i]) && spec.precision.size() < 5)
-                spec.precision += format[i++];
+            ++i;
+            spec.precision = "." + cappedNumber(format, i, 999);
         }
         while (i < format.size() && isLengthModifier(format[i]) && spec.length.size() < 2)
             spec.length += format[i++];

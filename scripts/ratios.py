@@ -1,0 +1,37 @@
+#!/usr/bin/env python3
+"""Prints measured/baseline ratios for the benchmark pairs named in a ratios file.
+
+Each non-comment line of the ratios file: MEASURED BASELINE GOAL
+"""
+import json
+import sys
+
+
+def main(results_path, ratios_path):
+    with open(results_path) as f:
+        results = json.load(f)
+    times = {}
+    for bench in results.get("benchmarks", []):
+        if bench.get("run_type", "iteration") != "iteration":
+            continue
+        times[bench["name"]] = (bench["real_time"], bench["time_unit"])
+    over = 0
+    print(f"{'measured':45} {'baseline':40} {'ratio':>7} {'goal':>6}")
+    with open(ratios_path) as f:
+        for line in f:
+            line = line.split("#", 1)[0].strip()
+            if not line:
+                continue
+            measured, baseline, goal = line.split()
+            if measured not in times or baseline not in times:
+                print(f"{measured:45} {baseline:40} {'missing':>7} {goal:>6}")
+                continue
+            ratio = times[measured][0] / times[baseline][0]
+            mark = "" if ratio <= float(goal) else "  over goal"
+            over += bool(mark)
+            print(f"{measured:45} {baseline:40} {ratio:7.2f} {float(goal):6.2f}{mark}")
+    return 0
+
+
+if __name__ == "__main__":
+    sys.exit(main(sys.argv[1], sys.argv[2]))

@@ -1,0 +1,56 @@
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <cstring>
+#include <regex>
+#include <set>
+#include <string>
+
+namespace {
+
+std::set<std::string> exportedSymbols()
+{
+    std::set<std::string> symbols;
+    std::string command = std::string("nm -D --defined-only ") + TESSEL_SHARED_LIBRARY + " 2>/dev/null";
+    FILE* pipe = popen(command.c_str(), "r");
+    if (!pipe)
+        return symbols;
+    char line[4096];
+    while (fgets(line, sizeof line, pipe)) {
+        std::string text(line);
+        auto last = text.find_last_of(' ');
+        if (last != std::string::npos)
+            symbols.insert(text.substr(last + 1, text.find_last_not_of("\r\n") - last));
+    }
+    pclose(pipe);
+    return symbols;
+}
+
+TEST(SharedLibrary, ExportsOnlyTheInterface)
+{
+    auto symbols = exportedSymbols();
+    ASSERT_FALSE(symbols.empty()) << "nm found nothing in " << TESSEL_SHARED_LIBRARY;
+    EXPECT_TRUE(symbols.contains("TesselVersionNumber"));
+    EXPECT_TRUE(symbols.contains("TesselVersionString"));
+    // C names of the interface, and the public C++ API in namespace tessel.
+    std::regex allowed("^(Tessel|KT|kKT|_VYS)[A-Za-z0-9_]*$|^_ZN?K?6tessel.*|^_ZT[IVS]N6tessel.*");
+    for (const auto& symbol : symbols)
+        EXPECT_TRUE(std::regex_match(symbol, allowed)) << "unexpected export " << symbol;
+}
+
+TEST(SharedLibrary, VersionSymbolsLoadThroughTheDynamicLinker)
+{
+    void* library = dlopen(TESSEL_SHARED_LIBRARY, RTLD_NOW | RTLD_LOCAL);
+    ASSERT_NE(library, nullptr) << dlerror();
+    auto number = static_cast<const double*>(dlsym(library, "TesselVersionNumber"));
+    auto text = static_cast<const char*>(dlsym(library, "TesselVersionString"));
+    ASSERT_NE(number, nullptr);
+    ASSERT_NE(text, nullptr);
+    EXPECT_EQ(*number, 1.0);
+    EXPECT_STREQ(text, "@(#)PROGRAM:Tessel  PROJECT:Tessel-1\n");
+    EXPECT_EQ(dlsym(library, "_ZNK6tessel5Value11descriptionB5cxx11Ev"), nullptr) << "internals stay hidden";
+    dlclose(library);
+}
+
+} // namespace
