@@ -20,6 +20,9 @@ public:
     std::string libraryDirectory;
     // The host's own preferences domain, its standard user defaults.
     std::string hostPreferencesDomain = "com.tamber.vantry";
+    // Whether persisted files are synced to storage before they replace the old
+    // ones; only benchmarks turn it off, to measure what the sync costs.
+    bool durableWrites = true;
 
     std::shared_ptr<Clock> clock;
     std::shared_ptr<Preferences> preferences;

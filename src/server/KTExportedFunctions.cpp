@@ -1,0 +1,60 @@
+// The C interface's functions.
+#include "platform/Format.h"
+#include "platform/Platform.h"
+#include "platform/SystemLog.h"
+#include "platform/linux/LinuxPlatform.h"
+#include "server/KTSystemStateProvidingCallbacksAdapter.h"
+#include "server/KTTesselServer.h"
+#include "store/KTNotificationStore.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <mutex>
+#include <tessel/Tessel.h>
+
+using namespace tessel;
+
+namespace {
+
+void ensurePlatform()
+{
+    static std::mutex lock;
+    std::lock_guard guard(lock);
+    if (!Platform::isInstalled())
+        Platform::install(LinuxPlatform::make());
+}
+
+} // namespace
+
+extern "C" {
+
+void KTTesselServerStart(const KTSystemStateProvidingCallbacks* systemStateProvider)
+{
+    KTSystemStateProvidingCallbacks callbacks {};
+    if (systemStateProvider)
+        callbacks = *systemStateProvider;
+    ensurePlatform();
+    tessel::KTTesselServerStart(std::make_shared<KTSystemStateProvidingCallbacksAdapter>(callbacks));
+}
+
+void KTClearNotificationsForBundleIdentifier(const char* bundleIdentifier)
+{
+    ensurePlatform();
+    KTNotificationStore::sharedInstance()->clearNotificationsForBundleID(bundleIdentifier ? bundleIdentifier : "");
+}
+
+void KTSystemDidSetBadgeForBundleIdentifier(const char* bundleIdentifier)
+{
+    ensurePlatform();
+    // Badge registration needs the settings service; until it exists the call is only noted.
+    Platform::current().systemLog->log(LogPriority::Notice,
+        format("KTSystemDidSetBadgeForBundleIdentifier: no settings service; badge for %s not registered",
+            bundleIdentifier ? bundleIdentifier : "(null)"));
+}
+
+char* _VYSAppNotificationStoreDirectory(void)
+{
+    ensurePlatform();
+    return strdup(KTNotificationStore::storeDirectory().c_str());
+}
+}

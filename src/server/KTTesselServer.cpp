@@ -1,0 +1,62 @@
+#include "server/KTTesselServer.h"
+
+#include "platform/FileLogManager.h"
+#include "platform/Platform.h"
+#include "platform/SystemNotificationCenter.h"
+#include "platform/WorkQueue.h"
+#include "platform/linux/LinuxPlatform.h"
+#include "server/KTSystemStateProviding.h"
+#include "store/KTNotificationStore.h"
+
+#include <atomic>
+#include <mutex>
+
+namespace tessel {
+
+namespace {
+
+std::atomic<KTTesselServer*> sharedServerPointer { nullptr };
+
+std::shared_ptr<KTTesselServer>& sharedServer()
+{
+    static std::shared_ptr<KTTesselServer> server;
+    return server;
+}
+
+} // namespace
+
+std::shared_ptr<KTTesselServer> KTTesselServer::sharedInstance()
+{
+    // Written once, under the start guard, before the pointer is published.
+    return sharedServerPointer.load(std::memory_order_acquire) ? sharedServer() : nullptr;
+}
+
+void KTTesselServer::setSharedInstance(std::shared_ptr<KTTesselServer> server)
+{
+    sharedServer() = std::move(server);
+    sharedServerPointer.store(sharedServer().get(), std::memory_order_release);
+}
+
+KTTesselServer::KTTesselServer(const std::shared_ptr<KTSystemStateProviding>&) { }
+
+void KTPreferencesChanged(const std::string&)
+{
+    WorkQueue::global().async([] { Platform::current().fileLogManager->reloadFromDefaults(); });
+}
+
+void KTTesselServerStart(std::shared_ptr<KTSystemStateProviding> systemStateProvider)
+{
+    static std::once_flag once;
+    std::call_once(once, [&] {
+        if (!Platform::isInstalled())
+            Platform::install(LinuxPlatform::make());
+        // The start task keeps the provider for the life of the process.
+        static std::shared_ptr<KTSystemStateProviding> retainedProvider = systemStateProvider;
+        auto& platform = Platform::current();
+        platform.systemNotificationCenter->addObserver("com.tamber.tessel.prefsChanged", KTPreferencesChanged);
+        KTNotificationStore::migratePushStore();
+        KTTesselServer::setSharedInstance(std::make_shared<KTTesselServer>(retainedProvider));
+    });
+}
+
+} // namespace tessel
