@@ -73,18 +73,6 @@ TEST_F(PreferencesTest, TypedReadsOfWhatWasWritten)
     EXPECT_FALSE(preferences.hasValueForKey("count", "org.tessel.other"));
 }
 
-TEST_F(PreferencesTest, NullRemovesTheKeyOnDisk)
-{
-    Preferences preferences(_directory.path());
-    ASSERT_TRUE(preferences.setValue(1, "a", domain));
-    ASSERT_TRUE(preferences.setValue(2, "b", domain));
-    ASSERT_TRUE(preferences.setValue(Value(), "a", domain));
-    EXPECT_FALSE(preferences.hasValueForKey("a", domain));
-    Preferences fresh(_directory.path());
-    EXPECT_FALSE(fresh.hasValueForKey("a", domain));
-    EXPECT_EQ(fresh.integerForKey("b", domain), 2);
-}
-
 TEST_F(PreferencesTest, ReloadSeesAnotherWriter)
 {
     Preferences reader(_directory.path());
@@ -95,6 +83,10 @@ TEST_F(PreferencesTest, ReloadSeesAnotherWriter)
     EXPECT_EQ(reader.integerForKey("level", domain), 1) << "reads come from the cache until reload";
     reader.reload();
     EXPECT_EQ(reader.integerForKey("level", domain), 2);
+    ASSERT_TRUE(writer.setValue(Value(), "level", domain));
+    reader.reload();
+    EXPECT_FALSE(reader.hasValueForKey("level", domain)) << "null removes the key from the file";
+    ASSERT_TRUE(writer.setValue(3, "level", domain));
     ASSERT_TRUE(FileManager::removeItemAtPath(domainPath()));
     reader.reload();
     EXPECT_FALSE(reader.hasValueForKey("level", domain));
