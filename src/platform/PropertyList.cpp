@@ -41,19 +41,39 @@ namespace {
         return plist_new_date(static_cast<int32_t>(whole), seconds < 0 ? -micros : micros);
     }
 
-    Date dateFromNode(plist_t node)
-    {
-        int32_t seconds = 0;
-        int32_t micros = 0;
-        plist_get_date_val(node, &seconds, &micros);
-        // libplist splits negative dates into a truncated second and a positive
-        // fraction; between -1 and 0 only a comparison tells the sign.
-        double fraction = std::abs(micros) / 1e6;
-        bool negative = seconds < 0 || (seconds == 0 && micros && plist_date_val_compare(node, 0, 0) < 0);
-        return Date(negative ? seconds - fraction : seconds + fraction);
+    // The date as libplist holds it: a double of seconds. Its getter truncates that
+// to whole seconds and microseconds and loses the sign between -1 and 0, but the
+// binary writer emits the double unchanged (marker 0x33, big-endian).
+std::optional<double> exactDateSeconds(plist_t node)
+{
+    char* bytes = nullptr;
+    uint32_t length = 0;
+    plist_to_bin(node, &bytes, &length);
+    std::optional<double> seconds;
+    if (bytes && length >= 17 && static_cast<uint8_t>(bytes[8]) == 0x33) {
+        uint64_t bits = 0;
+        for (int i = 0; i < 8; ++i)
+            bits = (bits << 8) | static_cast<uint8_t>(bytes[9 + i]);
+        double value;
+        std::memcpy(&value, &bits, sizeof value);
+        seconds = value;
     }
+    plist_to_bin_free(bytes);
+    return seconds;
+}
 
-    plist_t containerNode(const Value& value)
+Date dateFromNode(plist_t node)
+{
+    if (auto seconds = exactDateSeconds(node))
+        return Date(*seconds);
+    int32_t seconds = 0;
+    int32_t micros = 0;
+    plist_get_date_val(node, &seconds, &micros);
+    double fraction = std::abs(micros) / 1e6;
+    return Date(seconds < 0 ? seconds - fraction : seconds + fraction);
+}
+
+plist_t containerNode(const Value& value)
     {
         if (value.isArray()) {
             plist_t array = plist_new_array();
