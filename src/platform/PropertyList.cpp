@@ -42,38 +42,38 @@ namespace {
     }
 
     // The date as libplist holds it: a double of seconds. Its getter truncates that
-// to whole seconds and microseconds and loses the sign between -1 and 0, but the
-// binary writer emits the double unchanged (marker 0x33, big-endian).
-std::optional<double> exactDateSeconds(plist_t node)
-{
-    char* bytes = nullptr;
-    uint32_t length = 0;
-    plist_to_bin(node, &bytes, &length);
-    std::optional<double> seconds;
-    if (bytes && length >= 17 && static_cast<uint8_t>(bytes[8]) == 0x33) {
-        uint64_t bits = 0;
-        for (int i = 0; i < 8; ++i)
-            bits = (bits << 8) | static_cast<uint8_t>(bytes[9 + i]);
-        double value;
-        std::memcpy(&value, &bits, sizeof value);
-        seconds = value;
+    // to whole seconds and microseconds and loses the sign between -1 and 0, but the
+    // binary writer emits the double unchanged (marker 0x33, big-endian).
+    std::optional<double> exactDateSeconds(plist_t node)
+    {
+        char* bytes = nullptr;
+        uint32_t length = 0;
+        plist_to_bin(node, &bytes, &length);
+        std::optional<double> seconds;
+        if (bytes && length >= 17 && static_cast<uint8_t>(bytes[8]) == 0x33) {
+            uint64_t bits = 0;
+            for (int i = 0; i < 8; ++i)
+                bits = (bits << 8) | static_cast<uint8_t>(bytes[9 + i]);
+            double value;
+            std::memcpy(&value, &bits, sizeof value);
+            seconds = value;
+        }
+        plist_to_bin_free(bytes);
+        return seconds;
     }
-    plist_to_bin_free(bytes);
-    return seconds;
-}
 
-Date dateFromNode(plist_t node)
-{
-    if (auto seconds = exactDateSeconds(node))
-        return Date(*seconds);
-    int32_t seconds = 0;
-    int32_t micros = 0;
-    plist_get_date_val(node, &seconds, &micros);
-    double fraction = std::abs(micros) / 1e6;
-    return Date(seconds < 0 ? seconds - fraction : seconds + fraction);
-}
+    Date dateFromNode(plist_t node)
+    {
+        if (auto seconds = exactDateSeconds(node))
+            return Date(*seconds);
+        int32_t seconds = 0;
+        int32_t micros = 0;
+        plist_get_date_val(node, &seconds, &micros);
+        double fraction = std::abs(micros) / 1e6;
+        return Date(seconds < 0 ? seconds - fraction : seconds + fraction);
+    }
 
-plist_t containerNode(const Value& value)
+    plist_t containerNode(const Value& value)
     {
         if (value.isArray()) {
             plist_t array = plist_new_array();

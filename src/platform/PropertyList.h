@@ -10,7 +10,8 @@ namespace tessel {
 
 // Property lists (XML or binary, through libplist) to and from Values.
 // Integers are signed 64-bit on our side (libplist keeps them unsigned; the bits
-// are the same), dates keep microseconds.
+// are the same). Binary dates read back exactly, written ones keep microseconds;
+// libplist writes XML dates in whole seconds.
 class PropertyList {
 public:
     enum class Format { Binary, Xml };
