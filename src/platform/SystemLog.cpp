@@ -1,0 +1,7 @@
+#include "platform/SystemLog.h"
+
+namespace tessel {
+
+SystemLog::~SystemLog() = default;
+
+} // namespace tessel

@@ -1,0 +1,14 @@
+#pragma once
+
+#include "platform/SystemLog.h"
+
+namespace tessel {
+
+// The system logger under the ident "tessel" in the daemon facility.
+class SyslogSystemLog final : public SystemLog {
+public:
+    SyslogSystemLog();
+    void log(LogPriority priority, std::string_view message) override;
+};
+
+} // namespace tessel
