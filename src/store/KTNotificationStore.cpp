@@ -1,5 +1,6 @@
 #include "store/KTNotificationStore.h"
 
+#include "platform/Clock.h"
 #include "platform/FileManager.h"
 #include "platform/KeyedArchive.h"
 #include "platform/Path.h"

@@ -306,6 +306,7 @@ TEST_F(NotificationStore, UnreadableStoresAreReplacedByTheNewRecord)
     auto valid = KeyedArchive::archivedData(Value(Value::Array { Value(Value::Dictionary { { "m", 1 } }) }));
     ASSERT_TRUE(archivedDictionary && valid);
     Bytes truncated(valid->begin(), valid->begin() + static_cast<long>(valid->size() / 2));
+    store(); // creates the store directory
     struct {
         Bytes contents;
         const char* log;
@@ -317,7 +318,8 @@ TEST_F(NotificationStore, UnreadableStoresAreReplacedByTheNewRecord)
     };
     for (const auto& c : cases) {
         device.systemLog().clear();
-        ASSERT_TRUE(FileManager::writeAtomically(storePath("com.example.app.pushstore"), c.contents));
+        std::string error;
+        ASSERT_TRUE(FileManager::writeAtomically(storePath("com.example.app.pushstore"), c.contents, &error)) << error;
         bool isArchive = c.contents == *archivedDictionary;
         EXPECT_TRUE(store()->savedNotificationsForBundleID("com.example.app").isNull());
         EXPECT_EQ(device.systemLog().contains("Caught exception while unarchiving notifications for \"com.example.app\""),

@@ -54,7 +54,7 @@ protected:
 Value record(const char* message)
 {
     return Value(Value::Dictionary { { KTNotificationStoreMessageKey, message },
-        { KTNotificationStoreCreationDateKey, Date(100.25) }, { "AppNotificationBadgeNumber", -2 } });
+        { KTNotificationStoreCreationDateKey, Date(100) }, { "AppNotificationBadgeNumber", -2 } });
 }
 
 TEST_F(PushStoreMigration, AMissingDirectoryNeedsNothing)
