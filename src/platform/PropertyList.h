@@ -4,12 +4,14 @@
 
 #include <optional>
 #include <string>
+#include <string_view>
 
 namespace tessel {
 
 // Property lists (XML or binary, through libplist) to and from Values.
 // Integers are signed 64-bit on our side (libplist keeps them unsigned; the bits
-// are the same), dates keep microseconds.
+// are the same). Binary dates read back exactly, written ones keep microseconds;
+// libplist writes XML dates in whole seconds.
 class PropertyList {
 public:
     enum class Format { Binary, Xml };
@@ -18,6 +20,9 @@ public:
     static constexpr size_t maximumInputLength = 64 * 1024 * 1024;
     // Deeper nesting than this is refused.
     static constexpr int maximumDepth = 256;
+    // A binary list may reference one object from many places; libplist expands
+    // every reference, so the expanded tree is capped as well.
+    static constexpr size_t maximumNodeCount = 4 * 1024 * 1024;
 
     // Parses XML or binary; absent with a reason on any failure.
     static std::optional<Value> read(const void* bytes, size_t length, std::string* error = nullptr);
@@ -27,6 +32,16 @@ public:
     }
     // Fails for values a property list cannot hold: null and archivable objects.
     static std::optional<Bytes> data(const Value& value, Format format, std::string* error = nullptr);
+
+    // Cheap structural check of bytes before libplist parses them: its parsers
+    // recurse once per nesting level and copy shared binary objects per
+    // reference, so hostile input could overflow the stack or exhaust memory.
+    // Refuses nesting deeper than maximumDepth + nestingAllowance, expanded
+    // trees above maximumNodeCount and binary tables that point outside the input.
+    static constexpr int nestingAllowance = 8;
+    static bool checkStructure(const void* bytes, size_t length, std::string* error = nullptr);
+    // Valid UTF-8 without NUL: what a libplist string or key keeps intact.
+    static bool canHoldString(std::string_view text);
 
     // The node conversions, for writers that build their own trees. toNode
     // answers nullptr for a value that has no property-list form; the caller

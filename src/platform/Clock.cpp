@@ -1,0 +1,7 @@
+#include "platform/Clock.h"
+
+namespace tessel {
+
+Clock::~Clock() = default;
+
+} // namespace tessel
