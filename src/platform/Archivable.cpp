@@ -8,7 +8,9 @@ std::string Archivable::description() const
 {
     char address[32];
     std::snprintf(address, sizeof address, "%p", static_cast<const void*>(this));
-    return "<" + className() + ": " + address + ">";
+    std::string text = "<";
+    text.append(className()).append(": ").append(address).append(">");
+    return text;
 }
 
 } // namespace tessel

@@ -8,123 +8,129 @@ namespace tessel {
 
 namespace {
 
-bool isFlag(char c) { return c == '-' || c == '+' || c == ' ' || c == '#' || c == '0' || c == '\''; }
-bool isDigit(char c) { return c >= '0' && c <= '9'; }
-bool isLengthModifier(char c) { return c == 'h' || c == 'l' || c == 'q' || c == 'z' || c == 'j' || c == 't' || c == 'L'; }
-
-// One conversion specification, as parsed from the format.
-struct Specification {
-    std::string flags;
-    std::string width;
-    std::string precision; // with its leading '.', or empty
-    std::string length;
-    char conversion = 0;
-
-    // Without a length modifier integers are of C's int size.
-    bool isWide() const { return !length.empty() && length != "h" && length != "hh"; }
-
-    std::string printfFormat(const char* length, char conversion) const
+    bool isFlag(char c) { return c == '-' || c == '+' || c == ' ' || c == '#' || c == '0' || c == '\''; }
+    bool isDigit(char c) { return c >= '0' && c <= '9'; }
+    bool isLengthModifier(char c)
     {
-        return "%" + flags + width + precision + length + conversion;
+        return c == 'h' || c == 'l' || c == 'q' || c == 'z' || c == 'j' || c == 't' || c == 'L';
     }
-};
 
-const FormatArgument* argumentAt(std::initializer_list<FormatArgument> arguments, size_t index)
-{
-    return index < arguments.size() ? arguments.begin() + index : nullptr;
-}
+    // One conversion specification, as parsed from the format.
+    struct Specification {
+        std::string flags;
+        std::string width;
+        std::string precision; // with its leading '.', or empty
+        std::string length;
+        char conversion = 0;
 
-template <typename T>
-void appendPrintf(std::string& out, const std::string& format, T value)
-{
-    char small[128];
+        // Without a length modifier integers are of C's int size.
+        bool isWide() const { return !length.empty() && length != "h" && length != "hh"; }
+
+        std::string printfFormat(const char* length, char conversion) const
+        {
+            return "%" + flags + width + precision + length + conversion;
+        }
+    };
+
+    const FormatArgument* argumentAt(std::initializer_list<FormatArgument> arguments, size_t index)
+    {
+        return index < arguments.size() ? arguments.begin() + index : nullptr;
+    }
+
+    template <typename T> void appendPrintf(std::string& out, const std::string& format, T value)
+    {
+        char small[128];
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
-    int needed = std::snprintf(small, sizeof small, format.c_str(), value);
-    if (needed < 0)
-        return;
-    if (static_cast<size_t>(needed) < sizeof small) {
-        out.append(small, static_cast<size_t>(needed));
-        return;
-    }
-    std::string large(static_cast<size_t>(needed) + 1, '\0');
-    std::snprintf(large.data(), large.size(), format.c_str(), value);
+        int needed = std::snprintf(small, sizeof small, format.c_str(), value);
+        if (needed < 0)
+            return;
+        if (static_cast<size_t>(needed) < sizeof small) {
+            out.append(small, static_cast<size_t>(needed));
+            return;
+        }
+        std::string large(static_cast<size_t>(needed) + 1, '\0');
+        std::snprintf(large.data(), large.size(), format.c_str(), value);
 #pragma GCC diagnostic pop
-    out.append(large.data(), static_cast<size_t>(needed));
-}
-
-void appendText(std::string& out, const Specification& spec, const std::string& text)
-{
-    if (spec.flags.empty() && spec.width.empty() && spec.precision.empty()) {
-        out += text;
-        return;
+        out.append(large.data(), static_cast<size_t>(needed));
     }
-    appendPrintf(out, spec.printfFormat("", 's'), text.c_str());
-}
 
-void appendConversion(std::string& out, const Specification& spec, const FormatArgument* argument)
-{
-    static const FormatArgument missing(static_cast<const char*>(nullptr));
-    const FormatArgument& value = argument ? *argument : missing;
-    switch (spec.conversion) {
-    case '@':
-        appendText(out, spec, value.objectText());
-        break;
-    case 's':
-        appendText(out, spec, value.cText());
-        break;
-    case 'd':
-    case 'i':
-        if (spec.isWide())
-            appendPrintf(out, spec.printfFormat("ll", spec.conversion), static_cast<long long>(value.signedValue()));
-        else
-            appendPrintf(out, spec.printfFormat("", spec.conversion), static_cast<int>(value.signedValue()));
-        break;
-    case 'u':
-    case 'x':
-    case 'X':
-    case 'o':
-        if (spec.isWide())
-            appendPrintf(out, spec.printfFormat("ll", spec.conversion),
-                static_cast<unsigned long long>(value.unsignedValue()));
-        else
-            appendPrintf(out, spec.printfFormat("", spec.conversion), static_cast<unsigned>(value.unsignedValue()));
-        break;
-    case 'c':
-        appendPrintf(out, spec.printfFormat("", 'c'), static_cast<int>(static_cast<unsigned char>(value.signedValue())));
-        break;
-    case 'p':
-        appendPrintf(out, std::string("%#llx"), static_cast<unsigned long long>(value.unsignedValue()));
-        break;
-    case 'f':
-    case 'F':
-    case 'e':
-    case 'E':
-    case 'g':
-    case 'G':
-    case 'a':
-    case 'A':
-        appendPrintf(out, spec.printfFormat("", spec.conversion), value.realValue());
-        break;
-    default:
-        break;
+    void appendText(std::string& out, const Specification& spec, const std::string& text)
+    {
+        if (spec.flags.empty() && spec.width.empty() && spec.precision.empty()) {
+            out += text;
+            return;
+        }
+        appendPrintf(out, spec.printfFormat("", 's'), text.c_str());
     }
-}
 
-// Widths and precisions beyond the cap are clamped so a hostile format cannot
-// ask for huge output.
-std::string cappedNumber(std::string_view format, size_t& i, int cap)
-{
-    size_t start = i;
-    int value = 0;
-    while (i < format.size() && isDigit(format[i])) {
-        value = std::min(cap, value * 10 + (format[i] - '0'));
-        ++i;
+    void appendConversion(std::string& out, const Specification& spec, const FormatArgument* argument)
+    {
+        static const FormatArgument missing(static_cast<const char*>(nullptr));
+        const FormatArgument& value = argument ? *argument : missing;
+        switch (spec.conversion) {
+        case '@':
+            appendText(out, spec, value.objectText());
+            break;
+        case 's':
+            appendText(out, spec, value.cText());
+            break;
+        case 'd':
+        case 'i':
+            if (spec.isWide())
+                appendPrintf(out, spec.printfFormat("ll", spec.conversion),
+                    static_cast<long long>(value.signedValue()));
+            else
+                appendPrintf(
+                    out, spec.printfFormat("", spec.conversion), static_cast<int>(value.signedValue()));
+            break;
+        case 'u':
+        case 'x':
+        case 'X':
+        case 'o':
+            if (spec.isWide())
+                appendPrintf(out, spec.printfFormat("ll", spec.conversion),
+                    static_cast<unsigned long long>(value.unsignedValue()));
+            else
+                appendPrintf(out, spec.printfFormat("", spec.conversion),
+                    static_cast<unsigned>(value.unsignedValue()));
+            break;
+        case 'c':
+            appendPrintf(out, spec.printfFormat("", 'c'),
+                static_cast<int>(static_cast<unsigned char>(value.signedValue())));
+            break;
+        case 'p':
+            appendPrintf(out, std::string("%#llx"), static_cast<unsigned long long>(value.unsignedValue()));
+            break;
+        case 'f':
+        case 'F':
+        case 'e':
+        case 'E':
+        case 'g':
+        case 'G':
+        case 'a':
+        case 'A':
+            appendPrintf(out, spec.printfFormat("", spec.conversion), value.realValue());
+            break;
+        default:
+            break;
+        }
     }
-    return i == start ? std::string() : std::to_string(value);
-}
 
-bool isConversion(char c) { return std::strchr("@sdiuxXocpfFeEgGaA", c) != nullptr; }
+    // Widths and precisions beyond the cap are clamped so a hostile format cannot
+    // ask for huge output.
+    std::string cappedNumber(std::string_view format, size_t& i, int cap)
+    {
+        size_t start = i;
+        int value = 0;
+        while (i < format.size() && isDigit(format[i])) {
+            value = std::min(cap, value * 10 + (format[i] - '0'));
+            ++i;
+        }
+        return i == start ? std::string() : std::to_string(value);
+    }
+
+    bool isConversion(char c) { return std::strchr("@sdiuxXocpfFeEgGaA", c) != nullptr; }
 
 } // namespace
 

@@ -32,8 +32,7 @@ public:
     {
     }
     template <std::unsigned_integral T>
-        requires(!std::same_as<T, bool>)
-    FormatArgument(T number)
+    requires(!std::same_as<T, bool>) FormatArgument(T number)
         : _argument(static_cast<uint64_t>(number))
     {
     }
@@ -70,8 +69,7 @@ private:
 // null or zero, an unknown conversion is copied as it stands.
 std::string formatArguments(std::string_view format, std::initializer_list<FormatArgument> arguments);
 
-template <typename... Arguments>
-std::string format(std::string_view format, const Arguments&... arguments)
+template <typename... Arguments> std::string format(std::string_view format, const Arguments&... arguments)
 {
     return formatArguments(format, { FormatArgument(arguments)... });
 }

@@ -10,9 +10,9 @@ namespace tessel {
 
 namespace {
 
-std::mutex installLock;
-std::shared_ptr<Platform> installed;
-std::atomic<Platform*> installedPointer { nullptr };
+    std::mutex installLock;
+    std::shared_ptr<Platform> installed;
+    std::atomic<Platform*> installedPointer { nullptr };
 
 } // namespace
 
@@ -31,7 +31,8 @@ Platform& Platform::current()
 {
     Platform* platform = installedPointer.load(std::memory_order_acquire);
     if (!platform) {
-        std::fprintf(stderr, "tessel: no platform installed; a host must install one before starting the server\n");
+        std::fprintf(
+            stderr, "tessel: no platform installed; a host must install one before starting the server\n");
         std::abort();
     }
     return *platform;

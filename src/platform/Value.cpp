@@ -5,111 +5,113 @@
 #include <cmath>
 #include <cstring>
 #include <limits>
+#include <ostream>
 
 namespace tessel {
 
 namespace {
 
-const std::string emptyString;
-const Bytes emptyBytes;
-const Value::Array emptyArray;
-const Value::Dictionary emptyDictionary;
-const std::shared_ptr<Archivable> nullObject;
-const Value nullValue;
+    const std::string emptyString;
+    const Bytes emptyBytes;
+    const Value::Array emptyArray;
+    const Value::Dictionary emptyDictionary;
+    const std::shared_ptr<Archivable> nullObject;
+    const Value nullValue;
 
-bool isSpace(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\v' || c == '\f'; }
+    bool isSpace(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\v' || c == '\f'; }
 
-bool stringBoolValue(std::string_view text)
-{
-    size_t i = 0;
-    while (i < text.size() && isSpace(text[i]))
-        ++i;
-    if (i < text.size() && (text[i] == '+' || text[i] == '-'))
-        ++i;
-    while (i < text.size() && text[i] == '0')
-        ++i;
-    if (i == text.size())
-        return false;
-    char c = text[i];
-    return c == 'Y' || c == 'y' || c == 'T' || c == 't' || (c >= '1' && c <= '9');
-}
+    bool stringBoolValue(std::string_view text)
+    {
+        size_t i = 0;
+        while (i < text.size() && isSpace(text[i]))
+            ++i;
+        if (i < text.size() && (text[i] == '+' || text[i] == '-'))
+            ++i;
+        while (i < text.size() && text[i] == '0')
+            ++i;
+        if (i == text.size())
+            return false;
+        char c = text[i];
+        return c == 'Y' || c == 'y' || c == 'T' || c == 't' || (c >= '1' && c <= '9');
+    }
 
-int64_t saturatingInteger(double value)
-{
-    if (std::isnan(value))
-        return 0;
-    if (value >= 9223372036854775807.0)
-        return std::numeric_limits<int64_t>::max();
-    if (value <= -9223372036854775808.0)
-        return std::numeric_limits<int64_t>::min();
-    return static_cast<int64_t>(value);
-}
+    int64_t saturatingInteger(double value)
+    {
+        if (std::isnan(value))
+            return 0;
+        if (value >= 9223372036854775807.0)
+            return std::numeric_limits<int64_t>::max();
+        if (value <= -9223372036854775808.0)
+            return std::numeric_limits<int64_t>::min();
+        return static_cast<int64_t>(value);
+    }
 
-std::string_view trimmedLeft(std::string_view text)
-{
-    size_t i = 0;
-    while (i < text.size() && isSpace(text[i]))
-        ++i;
-    return text.substr(i);
-}
+    std::string_view trimmedLeft(std::string_view text)
+    {
+        size_t i = 0;
+        while (i < text.size() && isSpace(text[i]))
+            ++i;
+        return text.substr(i);
+    }
 
-int64_t stringIntegerValue(std::string_view text)
-{
-    text = trimmedLeft(text);
-    if (!text.empty() && text.front() == '+')
-        text.remove_prefix(1);
-    int64_t result = 0;
-    auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), result);
-    if (error == std::errc::result_out_of_range)
-        return text.starts_with('-') ? std::numeric_limits<int64_t>::min() : std::numeric_limits<int64_t>::max();
-    return error == std::errc() ? result : 0;
-}
+    int64_t stringIntegerValue(std::string_view text)
+    {
+        text = trimmedLeft(text);
+        if (!text.empty() && text.front() == '+')
+            text.remove_prefix(1);
+        int64_t result = 0;
+        auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), result);
+        if (error == std::errc::result_out_of_range)
+            return text.starts_with('-') ? std::numeric_limits<int64_t>::min()
+                                         : std::numeric_limits<int64_t>::max();
+        return error == std::errc() ? result : 0;
+    }
 
-double stringDoubleValue(std::string_view text)
-{
-    text = trimmedLeft(text);
-    if (!text.empty() && text.front() == '+')
-        text.remove_prefix(1);
-    double result = 0;
-    auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), result);
-    return error == std::errc() ? result : 0;
-}
+    double stringDoubleValue(std::string_view text)
+    {
+        text = trimmedLeft(text);
+        if (!text.empty() && text.front() == '+')
+            text.remove_prefix(1);
+        double result = 0;
+        auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), result);
+        return error == std::errc() ? result : 0;
+    }
 
-std::string numberText(double value)
-{
-    char buffer[64];
-    auto [end, error] = std::to_chars(buffer, buffer + sizeof buffer, value);
-    return error == std::errc() ? std::string(buffer, end) : std::string("nan");
-}
+    std::string numberText(double value)
+    {
+        char buffer[64];
+        auto [end, error] = std::to_chars(buffer, buffer + sizeof buffer, value);
+        return error == std::errc() ? std::string(buffer, end) : std::string("nan");
+    }
 
-// Strings inside collections are quoted unless they are plain words.
-bool needsQuotes(std::string_view text)
-{
-    if (text.empty())
-        return true;
-    for (unsigned char c : text) {
-        if (!(std::isalnum(c) || c == '_' || c == '.' || c == '$' || c == '/' || c == ':' || c >= 0x80))
+    // Strings inside collections are quoted unless they are plain words.
+    bool needsQuotes(std::string_view text)
+    {
+        if (text.empty())
             return true;
-    }
-    return false;
-}
-
-void appendQuoted(std::string& out, std::string_view text)
-{
-    out += '"';
-    for (char c : text) {
-        if (c == '"' || c == '\\')
-            out += '\\';
-        if (c == '\n') {
-            out += "\\n";
-            continue;
+        for (unsigned char c : text) {
+            if (!(std::isalnum(c) || c == '_' || c == '.' || c == '$' || c == '/' || c == ':' || c >= 0x80))
+                return true;
         }
-        out += c;
+        return false;
     }
-    out += '"';
-}
 
-void appendIndent(std::string& out, int indent) { out.append(static_cast<size_t>(indent) * 4, ' '); }
+    void appendQuoted(std::string& out, std::string_view text)
+    {
+        out += '"';
+        for (char c : text) {
+            if (c == '"' || c == '\\')
+                out += '\\';
+            if (c == '\n') {
+                out += "\\n";
+                continue;
+            }
+            out += c;
+        }
+        out += '"';
+    }
+
+    void appendIndent(std::string& out, int indent) { out.append(static_cast<size_t>(indent) * 4, ' '); }
 
 } // namespace
 
@@ -368,5 +370,7 @@ bool Value::operator==(const Value& other) const
         return false;
     }
 }
+
+void PrintTo(const Value& value, std::ostream* stream) { *stream << value.description(); }
 
 } // namespace tessel

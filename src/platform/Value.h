@@ -5,6 +5,7 @@
 
 #include <concepts>
 #include <cstdint>
+#include <iosfwd>
 #include <map>
 #include <memory>
 #include <string>
@@ -35,8 +36,7 @@ public:
     {
     }
     template <std::integral T>
-        requires(!std::same_as<T, bool> && !std::same_as<T, char>)
-    Value(T value)
+    requires(!std::same_as<T, bool> && !std::same_as<T, char>) Value(T value)
         : _storage(static_cast<int64_t>(value))
     {
     }
@@ -104,8 +104,7 @@ public:
     const Array& arrayValue() const;
     const Dictionary& dictionaryValue() const;
     const std::shared_ptr<Archivable>& objectValue() const;
-    template <std::derived_from<Archivable> T>
-    std::shared_ptr<T> objectAs() const
+    template <std::derived_from<Archivable> T> std::shared_ptr<T> objectAs() const
     {
         return std::dynamic_pointer_cast<T>(objectValue());
     }
@@ -123,12 +122,16 @@ public:
     bool operator==(const Value& other) const;
 
 private:
-    using Storage = std::variant<std::monostate, bool, int64_t, double, std::string, std::shared_ptr<const Bytes>,
-        tessel::Date, std::shared_ptr<const Array>, std::shared_ptr<const Dictionary>, std::shared_ptr<Archivable>>;
+    using Storage = std::variant<std::monostate, bool, int64_t, double, std::string,
+        std::shared_ptr<const Bytes>, tessel::Date, std::shared_ptr<const Array>,
+        std::shared_ptr<const Dictionary>, std::shared_ptr<Archivable>>;
 
     void describe(std::string& out, int indent, bool nested) const;
 
     Storage _storage;
 };
+
+// Lets test frameworks print values readably.
+void PrintTo(const Value& value, std::ostream* stream);
 
 } // namespace tessel

@@ -107,9 +107,27 @@ struct WorkQueue::Serial : std::enable_shared_from_this<Serial> {
         items.push_back(std::move(item));
         if (!started) {
             started = true;
+            threadServes = true;
             startDetachedThread([self = shared_from_this()] { self->run(); }, label);
         } else
             ready.notify_one();
+    }
+
+    // The host's thread takes over from ours, which finishes the block it runs
+    // and leaves; what was posted before stays queued, in order.
+    [[noreturn]] void runHere()
+    {
+        {
+            std::unique_lock lock(mutex);
+            if (hostServes)
+                fail("the queue is already served by the host's thread", label);
+            hostServes = true;
+            ready.notify_all();
+            handedOver.wait(lock, [&] { return !threadServes; });
+            started = true;
+        }
+        run(true);
+        fail("a queue served by the host's thread was released", label);
     }
 
     void release()
@@ -119,12 +137,18 @@ struct WorkQueue::Serial : std::enable_shared_from_this<Serial> {
         ready.notify_one();
     }
 
-    void run()
+    void run(bool host = false)
     {
-        nameThread(label);
+        if (!host)
+            nameThread(label);
         std::unique_lock lock(mutex);
         for (;;) {
-            ready.wait(lock, [&] { return !items.empty() || released; });
+            ready.wait(lock, [&] { return !items.empty() || released || (hostServes && !host); });
+            if (hostServes && !host) {
+                threadServes = false;
+                handedOver.notify_all();
+                return;
+            }
             if (items.empty())
                 return;
             Item item = std::move(items.front());
@@ -148,9 +172,12 @@ struct WorkQueue::Serial : std::enable_shared_from_this<Serial> {
     const std::string label;
     std::mutex mutex;
     std::condition_variable ready;
+    std::condition_variable handedOver;
     std::deque<Item> items;
     bool started = false;
     bool released = false;
+    bool threadServes = false;
+    bool hostServes = false;
 };
 
 // Grows when every worker is busy, so a block waiting on another global block
@@ -231,6 +258,8 @@ WorkQueue& WorkQueue::main()
     static auto* queue = new std::shared_ptr<WorkQueue>(create("main"));
     return **queue;
 }
+
+void WorkQueue::runMainQueue() { main()._serial->runHere(); }
 
 WorkQueue& WorkQueue::global()
 {

@@ -18,8 +18,12 @@ public:
     // A serial queue: one block at a time, in submission order. Its thread
     // starts with the first block and ends once the queue is released and empty.
     static std::shared_ptr<WorkQueue> create(std::string label);
-    // Serial; carries modal alerts and device callbacks.
+    // Serial; carries modal alerts and device callbacks. Served by a thread of
+    // its own unless the host gives it its main thread with runMainQueue().
     static WorkQueue& main();
+    // Serves the main queue on the calling thread from now on, forever; blocks
+    // posted before are run there too, in order.
+    [[noreturn]] static void runMainQueue();
     // Concurrent pool for work that needs no ordering.
     static WorkQueue& global();
 

@@ -263,8 +263,9 @@ TEST_P(Options, DecideWhetherTheArchiveDecodes)
     std::string error;
     auto decoded = KeyedArchive::unarchive(*bytes, GetParam().options, &error);
     EXPECT_EQ(decoded.has_value(), GetParam().decodes) << error;
-    if (!decoded)
+    if (!decoded) {
         EXPECT_FALSE(error.empty());
+    }
 }
 
 INSTANTIATE_TEST_SUITE_P(Classes, Options, ::testing::ValuesIn(optionsCases()),

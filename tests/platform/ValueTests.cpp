@@ -15,18 +15,21 @@ struct BoolCase {
 
 class ValueBool : public testing::TestWithParam<BoolCase> { };
 
-TEST_P(ValueBool, FollowsTheCoercionRules) { EXPECT_EQ(GetParam().value.boolValue(), GetParam().expected) << GetParam().value.description(); }
+TEST_P(ValueBool, FollowsTheCoercionRules)
+{
+    EXPECT_EQ(GetParam().value.boolValue(), GetParam().expected) << GetParam().value.description();
+}
 
 INSTANTIATE_TEST_SUITE_P(Coercions, ValueBool,
-    testing::Values(BoolCase { Value(), false }, BoolCase { Value(true), true }, BoolCase { Value(false), false },
-        BoolCase { Value(0), false }, BoolCase { Value(-3), true }, BoolCase { Value(0.0), false },
-        BoolCase { Value(0.25), true }, BoolCase { Value("YES"), true }, BoolCase { Value("yes"), true },
-        BoolCase { Value("true"), true }, BoolCase { Value("T"), true }, BoolCase { Value("NO"), false },
-        BoolCase { Value("false"), false }, BoolCase { Value(""), false }, BoolCase { Value("   "), false },
-        BoolCase { Value("  -007"), true }, BoolCase { Value("+0001"), true }, BoolCase { Value("000"), false },
-        BoolCase { Value("0x1"), false }, BoolCase { Value("\t\n y"), true }, BoolCase { Value("--1"), false },
-        BoolCase { Value("9"), true }, BoolCase { Value(Value::Array { Value(1) }), false },
-        BoolCase { Value(Date(5)), false }));
+    testing::Values(BoolCase { Value(), false }, BoolCase { Value(true), true },
+        BoolCase { Value(false), false }, BoolCase { Value(0), false }, BoolCase { Value(-3), true },
+        BoolCase { Value(0.0), false }, BoolCase { Value(0.25), true }, BoolCase { Value("YES"), true },
+        BoolCase { Value("yes"), true }, BoolCase { Value("true"), true }, BoolCase { Value("T"), true },
+        BoolCase { Value("NO"), false }, BoolCase { Value("false"), false }, BoolCase { Value(""), false },
+        BoolCase { Value("   "), false }, BoolCase { Value("  -007"), true },
+        BoolCase { Value("+0001"), true }, BoolCase { Value("000"), false }, BoolCase { Value("0x1"), false },
+        BoolCase { Value("\t\n y"), true }, BoolCase { Value("--1"), false }, BoolCase { Value("9"), true },
+        BoolCase { Value(Value::Array { Value(1) }), false }, BoolCase { Value(Date(5)), false }));
 
 TEST(Value, AbsentValuesAnswerEmpty)
 {
@@ -98,8 +101,10 @@ TEST(Value, DescriptionsUseTheClassicNestedForm)
     EXPECT_EQ(Value(0.5).description(), "0.5");
     EXPECT_EQ(Value(Date(0)).description(), "2001-01-01 00:00:00 +0000");
     EXPECT_EQ(Value::data("\x01\x02\x03\x04\xff", 5).description(), "<01020304 ff>");
-    Value nested(Value::Dictionary { { "key", Value(Value::Array { Value("a b"), Value(2) }) }, { "x y", Value("z") } });
-    EXPECT_EQ(nested.description(), "{\n    key = (\n        \"a b\",\n        2\n    );\n    \"x y\" = z;\n}");
+    Value nested(Value::Dictionary {
+        { "key", Value(Value::Array { Value("a b"), Value(2) }) }, { "x y", Value("z") } });
+    EXPECT_EQ(
+        nested.description(), "{\n    key = (\n        \"a b\",\n        2\n    );\n    \"x y\" = z;\n}");
 }
 
 TEST(Date, ConvertsBetweenEpochsAndKeepsItsExtremes)

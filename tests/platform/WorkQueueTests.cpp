@@ -305,10 +305,17 @@ INSTANTIATE_TEST_SUITE_P(Misuse, WorkQueueDeathTest,
             "uncaught exception in a block of queue 'com.tessel.test.thrower': lost" }),
     [](const testing::TestParamInfo<DeathCase>& info) { return std::string(info.param.name); });
 
-TEST(WorkQueueProcess, ExitsWhileQueueThreadsAreStillBusy)
+class WorkQueueProcess : public testing::TestWithParam<const char*> { };
+
+TEST_P(WorkQueueProcess, HelperExitsNormally)
 {
-    std::string command = std::string(TESSEL_HELPER_DIR) + "/workqueue_exit";
+    std::string command = std::string(TESSEL_HELPER_DIR) + "/" + GetParam();
     int status = std::system(command.c_str());
     ASSERT_TRUE(WIFEXITED(status)) << "status " << status;
     EXPECT_EQ(WEXITSTATUS(status), 0);
 }
+
+// workqueue_exit: returns from main while queue threads are busy or blocked.
+// workqueue_main_host: serves the main queue on the process's main thread.
+INSTANTIATE_TEST_SUITE_P(Helpers, WorkQueueProcess, testing::Values("workqueue_exit", "workqueue_main_host"),
+    [](const testing::TestParamInfo<const char*>& info) { return std::string(info.param); });

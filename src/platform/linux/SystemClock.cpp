@@ -110,9 +110,9 @@ void SystemClock::armLocked()
 {
     Date latest = now().addingTimeInterval(longestWait);
     Date deadline = _timers.nextFireDate().value_or(latest);
-    itimerspec spec {};
-    spec.it_value = deadlineFor(deadline < latest ? deadline : latest);
-    if (timerfd_settime(_timerFd, TFD_TIMER_ABSTIME | TFD_TIMER_CANCEL_ON_SET, &spec, nullptr) < 0)
+    itimerspec setting {};
+    setting.it_value = deadlineFor(deadline < latest ? deadline : latest);
+    if (timerfd_settime(_timerFd, TFD_TIMER_ABSTIME | TFD_TIMER_CANCEL_ON_SET, &setting, nullptr) < 0)
         fail("cannot arm the timer");
 }
 

@@ -1,0 +1,43 @@
+#include "platform/linux/LinuxPlatform.h"
+
+#include "platform/FileLogManager.h"
+#include "platform/FileManager.h"
+#include "platform/InProcessSystemNotificationCenter.h"
+#include "platform/NotificationCenter.h"
+#include "platform/Path.h"
+#include "platform/Preferences.h"
+#include "platform/SystemNotificationCenter.h"
+#include "platform/linux/SyslogSystemLog.h"
+#include "platform/linux/SystemClock.h"
+
+namespace tessel {
+
+std::shared_ptr<Platform> LinuxPlatform::make()
+{
+    auto platform = std::make_shared<Platform>();
+    platform->libraryDirectory = FileManager::libraryDirectory();
+    FileManager::createDirectoryAtPath(platform->libraryDirectory, true);
+    auto clock = std::make_shared<SystemClock>();
+    platform->clock = clock;
+    platform->preferences
+        = std::make_shared<Preferences>(Path::appendingComponent(platform->libraryDirectory, "Preferences"));
+    platform->systemLog = std::make_shared<SyslogSystemLog>();
+    platform->notificationCenter = std::make_shared<NotificationCenter>();
+    // Cross-process names stay inside the process until the bus-backed center exists.
+    auto systemCenter = std::make_shared<InProcessSystemNotificationCenter>();
+    platform->systemNotificationCenter = systemCenter;
+    std::weak_ptr<SystemNotificationCenter> weakCenter = systemCenter;
+    clock->setSignificantTimeChangeHandler([weakCenter] {
+        if (auto center = weakCenter.lock())
+            center->postNotification("SignificantTimeChangeNotification");
+    });
+    std::weak_ptr<SystemClock> weakClock = clock;
+    platform->fileLogManager = std::make_shared<FileLogManager>(
+        platform->preferences, Path::appendingComponent(platform->libraryDirectory, "Logs"), [weakClock] {
+            auto strong = weakClock.lock();
+            return strong ? strong->now() : Date();
+        });
+    return platform;
+}
+
+} // namespace tessel

@@ -1,0 +1,92 @@
+#include "platform/sim/SimulatedDevice.h"
+
+#include "platform/FileLogManager.h"
+#include "platform/FileManager.h"
+#include "platform/InProcessSystemNotificationCenter.h"
+#include "platform/NotificationCenter.h"
+#include "platform/Path.h"
+#include "platform/Preferences.h"
+#include "platform/WorkQueue.h"
+#include "platform/sim/CapturedSystemLog.h"
+#include "platform/sim/ManualClock.h"
+
+#include <cstdlib>
+#include <stdexcept>
+#include <string_view>
+
+namespace tessel {
+
+namespace {
+
+    std::string makeTemporaryLibrary()
+    {
+        const char* base = std::getenv("TMPDIR");
+        std::string pattern = std::string(base && *base ? base : "/tmp") + "/tessel-device-XXXXXX";
+        if (!mkdtemp(pattern.data()))
+            throw std::runtime_error("cannot create a temporary directory for the simulated device");
+        return Path::appendingComponent(pattern, "Library");
+    }
+
+} // namespace
+
+SimulatedDevice::SimulatedDevice(Date start)
+    : _platform(std::make_shared<Platform>())
+    , _clock(std::make_shared<ManualClock>(start))
+    , _systemLog(std::make_shared<CapturedSystemLog>())
+    , _systemNotificationCenter(std::make_shared<InProcessSystemNotificationCenter>())
+{
+    auto& platform = *_platform;
+    platform.libraryDirectory = makeTemporaryLibrary();
+    FileManager::createDirectoryAtPath(platform.libraryDirectory, true);
+    platform.clock = _clock;
+    platform.preferences
+        = std::make_shared<Preferences>(Path::appendingComponent(platform.libraryDirectory, "Preferences"));
+    platform.systemLog = _systemLog;
+    platform.notificationCenter = std::make_shared<NotificationCenter>();
+    platform.systemNotificationCenter = _systemNotificationCenter;
+    std::weak_ptr<ManualClock> clock = _clock;
+    platform.fileLogManager = std::make_shared<FileLogManager>(
+        platform.preferences, Path::appendingComponent(platform.libraryDirectory, "Logs"), [clock] {
+            auto strong = clock.lock();
+            return strong ? strong->now() : Date();
+        });
+    Platform::install(_platform);
+}
+
+SimulatedDevice::~SimulatedDevice()
+{
+    WorkQueue::waitUntilIdle();
+    const char* keep = std::getenv("TESSEL_KEEP_SIMULATED_LIBRARY");
+    if (!(keep && *keep))
+        FileManager::removeItemAtPath(Path::deletingLastComponent(libraryDirectory()));
+}
+
+void SimulatedDevice::advance(double seconds)
+{
+    _clock->advance(seconds);
+    WorkQueue::waitUntilIdle();
+}
+
+void SimulatedDevice::waitUntilIdle() { WorkQueue::waitUntilIdle(); }
+
+std::vector<std::string> SimulatedDevice::fileLogLines(const std::string& loggerName) const
+{
+    std::vector<std::string> lines;
+    auto path
+        = Path::appendingComponent(Path::appendingComponent(libraryDirectory(), "Logs"), loggerName + ".log");
+    auto contents = FileManager::contentsAtPath(path);
+    if (!contents)
+        return lines;
+    std::string_view text(reinterpret_cast<const char*>(contents->data()), contents->size());
+    while (!text.empty()) {
+        auto end = text.find('\n');
+        auto line = text.substr(0, end);
+        // Each line is "<timestamp> <text>".
+        auto space = line.find(' ');
+        lines.emplace_back(space == std::string_view::npos ? line : line.substr(space + 1));
+        text = end == std::string_view::npos ? std::string_view() : text.substr(end + 1);
+    }
+    return lines;
+}
+
+} // namespace tessel

@@ -1,0 +1,46 @@
+#pragma once
+
+#include "platform/Date.h"
+#include "platform/Platform.h"
+#include "platform/sim/ManualClock.h"
+
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace tessel {
+
+class CapturedSystemLog;
+class InProcessSystemNotificationCenter;
+
+// A whole device in memory for tests and benchmarks: a temporary Library
+// directory, a manual clock, captured logs and in-process notification centers.
+// Creating one installs its platform; destroying it waits for the queues and
+// removes the Library unless TESSEL_KEEP_SIMULATED_LIBRARY is set.
+class SimulatedDevice {
+public:
+    explicit SimulatedDevice(Date start = ManualClock::defaultStartDate);
+    ~SimulatedDevice();
+    SimulatedDevice(const SimulatedDevice&) = delete;
+    SimulatedDevice& operator=(const SimulatedDevice&) = delete;
+
+    Platform& platform() { return *_platform; }
+    const std::string& libraryDirectory() const { return _platform->libraryDirectory; }
+    ManualClock& clock() { return *_clock; }
+    CapturedSystemLog& systemLog() { return *_systemLog; }
+    InProcessSystemNotificationCenter& systemNotificationCenter() { return *_systemNotificationCenter; }
+
+    // Moves the clock on, firing due timers in date order, and lets all work finish.
+    void advance(double seconds);
+    void waitUntilIdle();
+    // The lines a file logger wrote so far, without their timestamps.
+    std::vector<std::string> fileLogLines(const std::string& loggerName) const;
+
+private:
+    std::shared_ptr<Platform> _platform;
+    std::shared_ptr<ManualClock> _clock;
+    std::shared_ptr<CapturedSystemLog> _systemLog;
+    std::shared_ptr<InProcessSystemNotificationCenter> _systemNotificationCenter;
+};
+
+} // namespace tessel
