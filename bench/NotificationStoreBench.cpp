@@ -20,6 +20,14 @@ public:
     std::atomic<int> changes { 0 };
 };
 
+// One device for the whole run: the store is a process-wide singleton bound to
+// the Library it first saw.
+SimulatedDevice& device()
+{
+    static SimulatedDevice shared;
+    return shared;
+}
+
 void saveOne(KTNotificationStore& store, int64_t i)
 {
     store.saveRemoteNotificationWithTitle("Title", "A message of an ordinary length for a notification",
@@ -29,8 +37,7 @@ void saveOne(KTNotificationStore& store, int64_t i)
 
 void storeSave(benchmark::State& state, bool durable)
 {
-    SimulatedDevice device;
-    device.platform().durableWrites = durable;
+    device().platform().durableWrites = durable;
     auto store = KTNotificationStore::sharedInstance();
     store->addObserver(std::make_shared<CountingObserver>(), "com.example.bench");
     for (int i = 0; i < 101; ++i)
@@ -40,17 +47,17 @@ void storeSave(benchmark::State& state, bool durable)
         saveOne(*store, i++);
         WorkQueue::waitUntilIdle();
     }
+    device().platform().durableWrites = true;
     state.counters["bytes"] = static_cast<double>(store->savedNotificationDataForBundleID("com.example.bench")->size());
 }
 
 void bareWrite(benchmark::State& state, bool durable)
 {
-    SimulatedDevice device;
     auto store = KTNotificationStore::sharedInstance();
     for (int i = 0; i < 101; ++i)
         saveOne(*store, i);
     auto bytes = *store->savedNotificationDataForBundleID("com.example.bench");
-    auto path = Path::appendingComponent(device.libraryDirectory(), "bare.pushstore");
+    auto path = Path::appendingComponent(device().libraryDirectory(), "bare.pushstore");
     for (auto _ : state)
         FileManager::writeAtomically(path, bytes, nullptr, durable);
     state.counters["bytes"] = static_cast<double>(bytes.size());
@@ -63,7 +70,7 @@ void BM_AtomicWriteWithoutSync(benchmark::State& state) { bareWrite(state, false
 
 void BM_MakeTestNotificationStores(benchmark::State& state)
 {
-    SimulatedDevice device;
+    device();
     auto store = KTNotificationStore::sharedInstance();
     for (auto _ : state)
         store->makeTestNotificationStores();

@@ -292,6 +292,16 @@ bool FileManager::isSymbolicLinkAtPath(const std::string& path)
     return lstat(path.c_str(), &status) == 0 && S_ISLNK(status.st_mode);
 }
 
+std::optional<FileManager::FileIdentity> FileManager::identityOfItemAtPath(const std::string& path)
+{
+    struct stat status { };
+    if (stat(path.c_str(), &status) != 0)
+        return std::nullopt;
+    return FileIdentity { static_cast<uint64_t>(status.st_dev), static_cast<uint64_t>(status.st_ino),
+        static_cast<int64_t>(status.st_size),
+        static_cast<int64_t>(status.st_mtim.tv_sec) * 1000000000 + status.st_mtim.tv_nsec };
+}
+
 std::optional<int64_t> FileManager::modificationTime(const std::string& path, std::string* error)
 {
     struct stat status { };

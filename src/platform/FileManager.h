@@ -13,6 +13,16 @@ namespace tessel {
 // an error text of the form "operation path: reason".
 class FileManager {
 public:
+    // What changes whenever a file is replaced or rewritten: lets a reader keep
+    // a decoded copy and notice when it went stale.
+    struct FileIdentity {
+        uint64_t device = 0;
+        uint64_t inode = 0;
+        int64_t size = 0;
+        int64_t modifiedNanoseconds = 0;
+        bool operator==(const FileIdentity&) const = default;
+    };
+
     static constexpr size_t defaultMaximumLength = 256 * 1024 * 1024;
 
     // Writes a temporary file next to the target and renames it over the target,
@@ -36,6 +46,7 @@ public:
     // Looks at the last component only.
     static bool isSymbolicLinkAtPath(const std::string& path);
     // Whole seconds since 1970.
+    static std::optional<FileIdentity> identityOfItemAtPath(const std::string& path);
     static std::optional<int64_t> modificationTime(const std::string& path, std::string* error = nullptr);
     // Entry names without "." and "..", sorted by name.
     static std::optional<std::vector<std::string>> contentsOfDirectoryAtPath(

@@ -127,9 +127,25 @@ std::optional<Bytes> KTNotificationStore::_queue_readAllDataFromPath(const std::
     return data;
 }
 
+void KTNotificationStore::_queue_rememberList(const std::string& path, const Value& list) const
+{
+    KT_ASSERT_ON_QUEUE(_notificationsQueue);
+    auto identity = FileManager::identityOfItemAtPath(path);
+    if (identity)
+        _cachedLists[path] = CachedList { *identity, list };
+    else
+        _cachedLists.erase(path);
+}
+
 Value KTNotificationStore::_queue_loadAllNotificationsFromPath(const std::string& path) const
 {
     KT_ASSERT_ON_QUEUE(_notificationsQueue);
+    auto cached = _cachedLists.find(path);
+    if (cached != _cachedLists.end()) {
+        if (FileManager::identityOfItemAtPath(path) == cached->second.identity)
+            return cached->second.list;
+        _cachedLists.erase(cached);
+    }
     auto data = _queue_readAllDataFromPath(path);
     if (!data)
         return {};
@@ -143,6 +159,7 @@ Value KTNotificationStore::_queue_loadAllNotificationsFromPath(const std::string
         log("Error: could not load notification data store at %@", path);
         return {};
     }
+    _queue_rememberList(path, *root);
     return *root;
 }
 
@@ -150,7 +167,8 @@ bool KTNotificationStore::_queue_writeNotifications(const Value::Array& notifica
 {
     KT_ASSERT_ON_QUEUE(_notificationsQueue);
     std::string error;
-    auto data = KeyedArchive::archivedData(Value(notifications), &error);
+    Value list(notifications);
+    auto data = KeyedArchive::archivedData(list, &error);
     if (!data) {
         log("Error: unable to archive notifications list: %@", error);
         return false;
@@ -163,6 +181,7 @@ bool KTNotificationStore::_queue_writeNotifications(const Value::Array& notifica
         log("Error: could not write new list to %@; error: %@", path, error);
         return false;
     }
+    _queue_rememberList(path, list);
     return true;
 }
 
@@ -206,7 +225,8 @@ bool KTNotificationStore::_queue_rewriteNotifications(
     KT_ASSERT_ON_QUEUE(_notificationsQueue);
     auto path = _queue_fileNameForBundleID(bundleID);
     Value::Array kept;
-    for (const auto& record : _queue_loadAllNotificationsFromPath(path).arrayValue()) {
+    Value old = _queue_loadAllNotificationsFromPath(path);
+    for (const auto& record : old.arrayValue()) {
         if (keep(record))
             kept.push_back(record);
     }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/FileManager.h"
 #include "platform/Format.h"
 #include "platform/Value.h"
 
@@ -97,9 +98,19 @@ private:
     bool _removeFileForBundleID(const std::string& bundleID);
     void _notifyObservers(const std::string& bundleID, bool cleared);
 
+    void _queue_rememberList(const std::string& path, const Value& list) const;
+
+    // The last list read or written per file, with the identity the file had
+    // then; a save reuses it instead of reading and decoding the file again.
+    struct CachedList {
+        FileManager::FileIdentity identity;
+        Value list;
+    };
+
     std::shared_ptr<WorkQueue> _notificationsQueue;
     std::shared_ptr<WorkQueue> _settingsQueue;
     std::map<std::string, std::vector<std::shared_ptr<KTNotificationStoreObserver>>> _observersByBundleID;
+    mutable std::map<std::string, CachedList> _cachedLists;
 };
 
 } // namespace tessel

@@ -389,3 +389,24 @@ TEST_F(NotificationStore, StoreFilesAreBinaryPropertyLists)
 }
 
 } // namespace
+
+namespace {
+
+TEST_F(NotificationStore, ASaveSeesAFileReplacedBehindItsBack)
+{
+    saveMessage("first");
+    auto replacement = KeyedArchive::archivedData(Value(Value::Array {
+        Value(Value::Dictionary { { KTNotificationStoreMessageKey, "from elsewhere" } }) }));
+    ASSERT_TRUE(replacement);
+    ASSERT_TRUE(FileManager::writeAtomically(storePath("com.example.app.pushstore"), *replacement));
+    saveMessage("second");
+    auto saved = records();
+    ASSERT_EQ(saved.size(), 2u);
+    EXPECT_EQ(saved[1][KTNotificationStoreMessageKey].stringValue(), "from elsewhere");
+
+    FileManager::removeItemAtPath(storePath("com.example.app.pushstore"));
+    saveMessage("third");
+    EXPECT_EQ(records().size(), 1u);
+}
+
+} // namespace
