@@ -386,6 +386,16 @@ TEST_F(NotificationStore, StoreFilesAreBinaryPropertyLists)
     ASSERT_TRUE(data);
     EXPECT_TRUE(PropertyList::read(*data));
     EXPECT_EQ(std::string(data->begin(), data->begin() + 6), "bplist");
+
+    std::string command = "plistutil -i '" + storePath("com.example.app.pushstore") + "' 2>&1";
+    FILE* pipe = popen(command.c_str(), "r");
+    ASSERT_NE(pipe, nullptr);
+    std::string printed;
+    char chunk[4096];
+    while (size_t n = fread(chunk, 1, sizeof chunk, pipe))
+        printed.append(chunk, n);
+    EXPECT_EQ(pclose(pipe), 0) << printed;
+    EXPECT_NE(printed.find("<string>inspectable</string>"), std::string::npos) << printed;
 }
 
 } // namespace
