@@ -30,8 +30,8 @@ SimulatedDevice& device()
 
 void saveOne(KTNotificationStore& store, int64_t i)
 {
-    store.saveRemoteNotificationWithTitle("Title", "A message of an ordinary length for a notification",
-        {}, {}, Value(i), Value(Value::Dictionary { { "id", Value(i) }, { "kind", "chat" } }), {}, {},
+    store.saveRemoteNotificationWithTitle("Title", "A message of an ordinary length for a notification", {},
+        {}, Value(i), Value(Value::Dictionary { { "id", Value(i) }, { "kind", "chat" } }), {}, {},
         "com.example.bench");
 }
 
@@ -48,7 +48,8 @@ void storeSave(benchmark::State& state, bool durable)
         WorkQueue::waitUntilIdle();
     }
     device().platform().durableWrites = true;
-    state.counters["bytes"] = static_cast<double>(store->savedNotificationDataForBundleID("com.example.bench")->size());
+    state.counters["bytes"]
+        = static_cast<double>(store->savedNotificationDataForBundleID("com.example.bench")->size());
 }
 
 void bareWrite(benchmark::State& state, bool durable)

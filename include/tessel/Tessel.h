@@ -17,47 +17,47 @@ TESSEL_EXPORT extern const double TesselVersionNumber;
 TESSEL_EXPORT extern const unsigned char TesselVersionString[];
 
 /* Keys of a stored notification record. */
-TESSEL_EXPORT extern const char *const KTNotificationStoreMessageKey;
-TESSEL_EXPORT extern const char *const KTNotificationStoreTitleKey;
-TESSEL_EXPORT extern const char *const KTNotificationStoreCreationDateKey;
-TESSEL_EXPORT extern const char *const KTNotificationStoreSoundKey;
-TESSEL_EXPORT extern const char *const KTNotificationStoreActionTextKey;
-TESSEL_EXPORT extern const char *const KTNotificationStoreBadgeNumberKey;
-TESSEL_EXPORT extern const char *const KTNotificationStoreSoundIsRingtoneKey;
-TESSEL_EXPORT extern const char *const KTNotificationStoreUserInfoKey;
-TESSEL_EXPORT extern const char *const KTNotificationStoreLaunchImageKey;
-TESSEL_EXPORT extern const char *const KTNotificationStoreCategoryKey;
-TESSEL_EXPORT extern const char *const KTNotificationStoreImageURLKey;
-TESSEL_EXPORT extern const char *const KTNotificationStoreNotificationTypeKey;
-TESSEL_EXPORT extern const char *const KTNotificationStoreLocalNotificationDataKey;
-TESSEL_EXPORT extern const char *const KTNotificationLocalNotificationDataKey;
-TESSEL_EXPORT extern const char *const kKTNotificationStoreSoundDefault;
-TESSEL_EXPORT extern const char *const kKTNotificationStoreNotificationTypeRemote;
-TESSEL_EXPORT extern const char *const kKTNotificationStoreNotificationTypeLocal;
+TESSEL_EXPORT extern const char* const KTNotificationStoreMessageKey;
+TESSEL_EXPORT extern const char* const KTNotificationStoreTitleKey;
+TESSEL_EXPORT extern const char* const KTNotificationStoreCreationDateKey;
+TESSEL_EXPORT extern const char* const KTNotificationStoreSoundKey;
+TESSEL_EXPORT extern const char* const KTNotificationStoreActionTextKey;
+TESSEL_EXPORT extern const char* const KTNotificationStoreBadgeNumberKey;
+TESSEL_EXPORT extern const char* const KTNotificationStoreSoundIsRingtoneKey;
+TESSEL_EXPORT extern const char* const KTNotificationStoreUserInfoKey;
+TESSEL_EXPORT extern const char* const KTNotificationStoreLaunchImageKey;
+TESSEL_EXPORT extern const char* const KTNotificationStoreCategoryKey;
+TESSEL_EXPORT extern const char* const KTNotificationStoreImageURLKey;
+TESSEL_EXPORT extern const char* const KTNotificationStoreNotificationTypeKey;
+TESSEL_EXPORT extern const char* const KTNotificationStoreLocalNotificationDataKey;
+TESSEL_EXPORT extern const char* const KTNotificationLocalNotificationDataKey;
+TESSEL_EXPORT extern const char* const kKTNotificationStoreSoundDefault;
+TESSEL_EXPORT extern const char* const kKTNotificationStoreNotificationTypeRemote;
+TESSEL_EXPORT extern const char* const kKTNotificationStoreNotificationTypeLocal;
 
 /* Notification names and their user-info keys. */
-TESSEL_EXPORT extern const char *const KTNotificationSettingsDidChangeNotification;
-TESSEL_EXPORT extern const char *const KTNotificationBundleIdentifierKey;
-TESSEL_EXPORT extern const char *const KTNotificationEnabledKey;
-TESSEL_EXPORT extern const char *const KTLocalNotificationsDidChangeNotification;
-TESSEL_EXPORT extern const char *const KTLocalNotificationDidFireNotification;
-TESSEL_EXPORT extern const char *const KTLocalNotificationsKey;
-TESSEL_EXPORT extern const char *const KTBundleIdentifierKey;
+TESSEL_EXPORT extern const char* const KTNotificationSettingsDidChangeNotification;
+TESSEL_EXPORT extern const char* const KTNotificationBundleIdentifierKey;
+TESSEL_EXPORT extern const char* const KTNotificationEnabledKey;
+TESSEL_EXPORT extern const char* const KTLocalNotificationsDidChangeNotification;
+TESSEL_EXPORT extern const char* const KTLocalNotificationDidFireNotification;
+TESSEL_EXPORT extern const char* const KTLocalNotificationsKey;
+TESSEL_EXPORT extern const char* const KTBundleIdentifierKey;
 
 /* Per-application data-store keys. */
-TESSEL_EXPORT extern const char *const KTApplicationDataStoreLocalNotificationsKey;
-TESSEL_EXPORT extern const char *const KTApplicationDataStoreLocalNotificationsLastFireDateKey;
+TESSEL_EXPORT extern const char* const KTApplicationDataStoreLocalNotificationsKey;
+TESSEL_EXPORT extern const char* const KTApplicationDataStoreLocalNotificationsLastFireDateKey;
 
 /* Entitlements. */
-TESSEL_EXPORT extern const char *const KTLocalNotificationsSchedulingProxyEntitlement;
-TESSEL_EXPORT extern const char *const KTRemoteNotificationsEnvironmentEntitlement;
-TESSEL_EXPORT extern const char *const KTRemoteNotificationsPreferencesEntitlement;
+TESSEL_EXPORT extern const char* const KTLocalNotificationsSchedulingProxyEntitlement;
+TESSEL_EXPORT extern const char* const KTRemoteNotificationsEnvironmentEntitlement;
+TESSEL_EXPORT extern const char* const KTRemoteNotificationsPreferencesEntitlement;
 
 /* Logging preferences. */
-TESSEL_EXPORT extern const char *const KTRemoteNotificationLoggingPreferenceKey;
-TESSEL_EXPORT extern const char *const KTLocalNotificationLoggingPreferenceKey;
+TESSEL_EXPORT extern const char* const KTRemoteNotificationLoggingPreferenceKey;
+TESSEL_EXPORT extern const char* const KTLocalNotificationLoggingPreferenceKey;
 
-TESSEL_EXPORT extern const char *const kKTNotificationAuthorizationAlertBundleIdentifierKey;
+TESSEL_EXPORT extern const char* const kKTNotificationAuthorizationAlertBundleIdentifierKey;
 
 /*
  * The host's answers about applications. Every operation takes the application's
@@ -66,30 +66,32 @@ TESSEL_EXPORT extern const char *const kKTNotificationAuthorizationAlertBundleId
  * Dates are seconds since 2001-01-01 00:00:00 UTC.
  */
 typedef struct KTSystemStateProvidingCallbacks {
-    void *context;
-    bool (*isApplicationInstalled)(void *context, const char *bundleIdentifier);
-    bool (*isApplicationRestricted)(void *context, const char *bundleIdentifier);
-    bool (*isGazetteApplication)(void *context, const char *bundleIdentifier);
-    bool (*isGazetteContentBackgroundModeSupportedForApplication)(void *context, const char *bundleIdentifier);
-    bool (*isBackgroundAppRefreshSupportedForApplication)(void *context, const char *bundleIdentifier);
-    bool (*isRemoteNotificationBackgroundModeSupportedForApplication)(void *context, const char *bundleIdentifier);
+    void* context;
+    bool (*isApplicationInstalled)(void* context, const char* bundleIdentifier);
+    bool (*isApplicationRestricted)(void* context, const char* bundleIdentifier);
+    bool (*isGazetteApplication)(void* context, const char* bundleIdentifier);
+    bool (*isGazetteContentBackgroundModeSupportedForApplication)(
+        void* context, const char* bundleIdentifier);
+    bool (*isBackgroundAppRefreshSupportedForApplication)(void* context, const char* bundleIdentifier);
+    bool (*isRemoteNotificationBackgroundModeSupportedForApplication)(
+        void* context, const char* bundleIdentifier);
     /* The missing letter in the name is deliberate. lastCount and day are in/out. */
     bool (*shouldThrottleContentNotificationForApplicatin)(
-        void *context, const char *bundleIdentifier, double date, int64_t *lastCount, int64_t *day);
+        void* context, const char* bundleIdentifier, double date, int64_t* lastCount, int64_t* day);
     void (*handleGazetteNotificationForApplication)(
-        void *context, const char *bundleIdentifier, const uint8_t *userInfo, size_t userInfoLength);
-    void (*handleContentAvailableNotificationForApplication)(void *context, const char *bundleIdentifier,
-        const uint8_t *userInfo, size_t userInfoLength, int64_t priority,
-        void (*completion)(void *completionContext), void *completionContext);
+        void* context, const char* bundleIdentifier, const uint8_t* userInfo, size_t userInfoLength);
+    void (*handleContentAvailableNotificationForApplication)(void* context, const char* bundleIdentifier,
+        const uint8_t* userInfo, size_t userInfoLength, int64_t priority,
+        void (*completion)(void* completionContext), void* completionContext);
 } KTSystemStateProvidingCallbacks;
 
 /* Starts the server once per process; later calls do nothing. The table is copied.
  * Installs the Linux platform when the host installed none. */
-TESSEL_EXPORT void KTTesselServerStart(const KTSystemStateProvidingCallbacks *systemStateProvider);
-TESSEL_EXPORT void KTClearNotificationsForBundleIdentifier(const char *bundleIdentifier);
-TESSEL_EXPORT void KTSystemDidSetBadgeForBundleIdentifier(const char *bundleIdentifier);
+TESSEL_EXPORT void KTTesselServerStart(const KTSystemStateProvidingCallbacks* systemStateProvider);
+TESSEL_EXPORT void KTClearNotificationsForBundleIdentifier(const char* bundleIdentifier);
+TESSEL_EXPORT void KTSystemDidSetBadgeForBundleIdentifier(const char* bundleIdentifier);
 /* The notification store's directory; free the result with free(). */
-TESSEL_EXPORT char *_VYSAppNotificationStoreDirectory(void);
+TESSEL_EXPORT char* _VYSAppNotificationStoreDirectory(void);
 
 #ifdef __cplusplus
 }

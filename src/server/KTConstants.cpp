@@ -32,7 +32,8 @@ const char* const KTApplicationDataStoreLocalNotificationsKey = "VYApplicationLo
 const char* const KTApplicationDataStoreLocalNotificationsLastFireDateKey
     = "VYApplicationLocalNotificationsLastFireDate";
 
-const char* const KTLocalNotificationsSchedulingProxyEntitlement = "com.tamber.localnotification.schedulingproxy";
+const char* const KTLocalNotificationsSchedulingProxyEntitlement
+    = "com.tamber.localnotification.schedulingproxy";
 const char* const KTRemoteNotificationsEnvironmentEntitlement = "rlx-environment";
 const char* const KTRemoteNotificationsPreferencesEntitlement = "com.tamber.remotenotification.preferences";
 

@@ -40,7 +40,8 @@ void KTTesselServerStart(const KTSystemStateProvidingCallbacks* systemStateProvi
 void KTClearNotificationsForBundleIdentifier(const char* bundleIdentifier)
 {
     ensurePlatform();
-    KTNotificationStore::sharedInstance()->clearNotificationsForBundleID(bundleIdentifier ? bundleIdentifier : "");
+    KTNotificationStore::sharedInstance()->clearNotificationsForBundleID(
+        bundleIdentifier ? bundleIdentifier : "");
 }
 
 void KTSystemDidSetBadgeForBundleIdentifier(const char* bundleIdentifier)

@@ -2,6 +2,9 @@
 
 namespace tessel {
 
-bool kt_safeBoolValue(const Value& value) { return (value.isNumber() || value.isString()) && value.boolValue(); }
+bool kt_safeBoolValue(const Value& value)
+{
+    return (value.isNumber() || value.isString()) && value.boolValue();
+}
 
 } // namespace tessel

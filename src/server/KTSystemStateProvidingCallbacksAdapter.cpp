@@ -6,18 +6,18 @@ namespace tessel {
 
 namespace {
 
-Bytes payloadBytes(const Value& userInfo)
-{
-    auto bytes = PropertyList::data(userInfo, PropertyList::Format::Binary);
-    return bytes ? std::move(*bytes) : Bytes();
-}
+    Bytes payloadBytes(const Value& userInfo)
+    {
+        auto bytes = PropertyList::data(userInfo, PropertyList::Format::Binary);
+        return bytes ? std::move(*bytes) : Bytes();
+    }
 
-void runCompletion(void* context)
-{
-    auto completion = static_cast<std::function<void()>*>(context);
-    (*completion)();
-    delete completion;
-}
+    void runCompletion(void* context)
+    {
+        auto completion = static_cast<std::function<void()>*>(context);
+        (*completion)();
+        delete completion;
+    }
 
 } // namespace
 
@@ -71,8 +71,8 @@ bool KTSystemStateProvidingCallbacksAdapter::shouldThrottleContentNotificationFo
 {
     if (!_callbacks.shouldThrottleContentNotificationForApplicatin)
         return false;
-    return _callbacks.shouldThrottleContentNotificationForApplicatin(_callbacks.context, bundleIdentifier.c_str(),
-        onDate.timeIntervalSinceReferenceDate(), &withLastCount, &onDay);
+    return _callbacks.shouldThrottleContentNotificationForApplicatin(_callbacks.context,
+        bundleIdentifier.c_str(), onDate.timeIntervalSinceReferenceDate(), &withLastCount, &onDay);
 }
 
 void KTSystemStateProvidingCallbacksAdapter::handleGazetteNotificationForApplication(
@@ -86,7 +86,8 @@ void KTSystemStateProvidingCallbacksAdapter::handleGazetteNotificationForApplica
 }
 
 void KTSystemStateProvidingCallbacksAdapter::handleContentAvailableNotificationForApplication(
-    const std::string& bundleIdentifier, const Value& userInfo, int64_t priority, std::function<void()> completion)
+    const std::string& bundleIdentifier, const Value& userInfo, int64_t priority,
+    std::function<void()> completion)
 {
     if (!_callbacks.handleContentAvailableNotificationForApplication) {
         if (completion)
@@ -95,9 +96,9 @@ void KTSystemStateProvidingCallbacksAdapter::handleContentAvailableNotificationF
     }
     auto bytes = payloadBytes(userInfo);
     // The host calls the completion exactly once; it owns the box until then.
-    auto box = new std::function<void()>(completion ? std::move(completion) : [] { });
-    _callbacks.handleContentAvailableNotificationForApplication(
-        _callbacks.context, bundleIdentifier.c_str(), bytes.data(), bytes.size(), priority, runCompletion, box);
+    auto box = new std::function<void()>(completion ? std::move(completion) : [] {});
+    _callbacks.handleContentAvailableNotificationForApplication(_callbacks.context, bundleIdentifier.c_str(),
+        bytes.data(), bytes.size(), priority, runCompletion, box);
 }
 
 } // namespace tessel

@@ -17,10 +17,12 @@ public:
     bool isGazetteApplication(const std::string& bundleIdentifier) override;
     bool isGazetteContentBackgroundModeSupportedForApplication(const std::string& bundleIdentifier) override;
     bool isBackgroundAppRefreshSupportedForApplication(const std::string& bundleIdentifier) override;
-    bool isRemoteNotificationBackgroundModeSupportedForApplication(const std::string& bundleIdentifier) override;
+    bool isRemoteNotificationBackgroundModeSupportedForApplication(
+        const std::string& bundleIdentifier) override;
     bool shouldThrottleContentNotificationForApplicatin(
         const std::string& bundleIdentifier, Date onDate, int64_t& withLastCount, int64_t& onDay) override;
-    void handleGazetteNotificationForApplication(const std::string& bundleIdentifier, const Value& userInfo) override;
+    void handleGazetteNotificationForApplication(
+        const std::string& bundleIdentifier, const Value& userInfo) override;
     void handleContentAvailableNotificationForApplication(const std::string& bundleIdentifier,
         const Value& userInfo, int64_t priority, std::function<void()> completion) override;
 

@@ -15,13 +15,13 @@ namespace tessel {
 
 namespace {
 
-std::atomic<KTTesselServer*> sharedServerPointer { nullptr };
+    std::atomic<KTTesselServer*> sharedServerPointer { nullptr };
 
-std::shared_ptr<KTTesselServer>& sharedServer()
-{
-    static std::shared_ptr<KTTesselServer> server;
-    return server;
-}
+    std::shared_ptr<KTTesselServer>& sharedServer()
+    {
+        static std::shared_ptr<KTTesselServer> server;
+        return server;
+    }
 
 } // namespace
 
@@ -53,7 +53,8 @@ void KTTesselServerStart(std::shared_ptr<KTSystemStateProviding> systemStateProv
         // The start task keeps the provider for the life of the process.
         static std::shared_ptr<KTSystemStateProviding> retainedProvider = systemStateProvider;
         auto& platform = Platform::current();
-        platform.systemNotificationCenter->addObserver("com.tamber.tessel.prefsChanged", KTPreferencesChanged);
+        platform.systemNotificationCenter->addObserver(
+            "com.tamber.tessel.prefsChanged", KTPreferencesChanged);
         KTNotificationStore::migratePushStore();
         KTTesselServer::setSharedInstance(std::make_shared<KTTesselServer>(retainedProvider));
     });

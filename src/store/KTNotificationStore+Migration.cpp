@@ -12,13 +12,13 @@ namespace tessel {
 
 namespace {
 
-constexpr const char* migrationName = "+[KTNotificationStore migratePushStore]";
+    constexpr const char* migrationName = "+[KTNotificationStore migratePushStore]";
 
-template <typename... Arguments>
-std::string migrationLine(std::string_view message, const Arguments&... arguments)
-{
-    return format("%s %@", migrationName, format(message, arguments...));
-}
+    template <typename... Arguments>
+    std::string migrationLine(std::string_view message, const Arguments&... arguments)
+    {
+        return format("%s %@", migrationName, format(message, arguments...));
+    }
 
 } // namespace
 
@@ -89,11 +89,12 @@ void KTNotificationStore::migratePushStore()
 
     if (failures.empty())
         return;
-    logAlways(migrationLine("%d files(s) did not migrate properly and will be moved aside.", failures.size()));
+    logAlways(
+        migrationLine("%d files(s) did not migrate properly and will be moved aside.", failures.size()));
     auto failureDirectory = Path::appendingComponent(directory, "VYSNoteMigrationFailures");
     if (!FileManager::createDirectoryAtPath(failureDirectory, true, &error)) {
-        logAlways(migrationLine(
-            "Unable to create new directory for failed migrations (%@). Please file a bug and attach the contents of: %@",
+        logAlways(migrationLine("Unable to create new directory for failed migrations (%@). Please file a "
+                                "bug and attach the contents of: %@",
             error, directory));
         return;
     }

@@ -13,26 +13,26 @@ namespace tessel {
 
 namespace {
 
-void require(bool condition, const char* text)
-{
-    if (!condition)
-        throw KTInternalInconsistencyException(text);
-}
-
-bool hasText(const Value& value) { return value.isString() && value.length() > 0; }
-
-// FNV-1a: stable across runs and machines, which identifiers only need within one.
-uint64_t stringHash(const Value& value)
-{
-    if (!value.isString())
-        return 0;
-    uint64_t hash = 14695981039346656037ULL;
-    for (unsigned char c : value.stringValue()) {
-        hash ^= c;
-        hash *= 1099511628211ULL;
+    void require(bool condition, const char* text)
+    {
+        if (!condition)
+            throw KTInternalInconsistencyException(text);
     }
-    return hash;
-}
+
+    bool hasText(const Value& value) { return value.isString() && value.length() > 0; }
+
+    // FNV-1a: stable across runs and machines, which identifiers only need within one.
+    uint64_t stringHash(const Value& value)
+    {
+        if (!value.isString())
+            return 0;
+        uint64_t hash = 14695981039346656037ULL;
+        for (unsigned char c : value.stringValue()) {
+            hash ^= c;
+            hash *= 1099511628211ULL;
+        }
+        return hash;
+    }
 
 } // namespace
 
@@ -40,8 +40,8 @@ void KTNotificationStore::saveRemoteNotificationWithTitle(const Value& title, co
     const Value& soundName, const Value& actionText, const Value& badge, const Value& userInfo,
     const Value& launchImage, const Value& category, const std::string& bundleID)
 {
-    _saveNotificationWithTitle(
-        title, message, soundName, actionText, badge, userInfo, launchImage, {}, false, true, category, bundleID);
+    _saveNotificationWithTitle(title, message, soundName, actionText, badge, userInfo, launchImage, {}, false,
+        true, category, bundleID);
 }
 
 void KTNotificationStore::_saveNotificationWithTitle(const Value& title, const Value& message,
@@ -59,14 +59,16 @@ void KTNotificationStore::_saveNotificationWithTitle(const Value& title, const V
     require(badge.isNull() || badge.isNumber(), "badge is null or a number");
     require(launchImage.isNull() || launchImage.isString(), "launchImage is null or a string");
 
-    Value::Dictionary record { { KTNotificationStoreCreationDateKey, Value(Platform::current().clock->now()) } };
+    Value::Dictionary record { { KTNotificationStoreCreationDateKey,
+        Value(Platform::current().clock->now()) } };
     if (message.length() == 0 && soundName.length() == 0 && actionText.length() == 0 && badge.isNull()) {
         log("Ignoring notification with no content.");
         return;
     }
 
     Value sound = soundName;
-    if (!soundName.isNull() && soundName.stringValue() != kKTNotificationStoreSoundDefault && !soundIsRingtone) {
+    if (!soundName.isNull() && soundName.stringValue() != kKTNotificationStoreSoundDefault
+        && !soundIsRingtone) {
         auto path = pathForSoundName(soundName.stringValue(), bundleID);
         sound = path.empty() ? Value(kKTNotificationStoreSoundDefault) : Value(path);
     }
@@ -112,7 +114,8 @@ std::optional<std::string> KTNotificationStore::uniqueIdentifierForNotification(
     if (!created.isDate())
         return std::nullopt;
     return format("%lx:%lx:%f", stringHash(record[KTNotificationStoreTitleKey]),
-        stringHash(record[KTNotificationStoreMessageKey]), created.dateValue().timeIntervalSinceReferenceDate());
+        stringHash(record[KTNotificationStoreMessageKey]),
+        created.dateValue().timeIntervalSinceReferenceDate());
 }
 
 } // namespace tessel

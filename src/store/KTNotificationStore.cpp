@@ -17,7 +17,7 @@ namespace tessel {
 
 namespace {
 
-constexpr const char* storeExtension = "pushstore";
+    constexpr const char* storeExtension = "pushstore";
 
 } // namespace
 
@@ -57,7 +57,8 @@ void KTNotificationStore::logAlways(const std::string& line)
     Platform::current().systemLog->log(LogPriority::Notice, line);
 }
 
-void KTNotificationStore::addObserver(std::shared_ptr<KTNotificationStoreObserver> observer, const std::string& bundleID)
+void KTNotificationStore::addObserver(
+    std::shared_ptr<KTNotificationStoreObserver> observer, const std::string& bundleID)
 {
     if (!observer || bundleID.empty())
         return;
@@ -163,7 +164,8 @@ Value KTNotificationStore::_queue_loadAllNotificationsFromPath(const std::string
     return *root;
 }
 
-bool KTNotificationStore::_queue_writeNotifications(const Value::Array& notifications, const std::string& path) const
+bool KTNotificationStore::_queue_writeNotifications(
+    const Value::Array& notifications, const std::string& path) const
 {
     KT_ASSERT_ON_QUEUE(_notificationsQueue);
     std::string error;
@@ -275,7 +277,8 @@ void KTNotificationStore::removeAllLocalNotificationsForBundleID(const std::stri
 
 void KTNotificationStore::removeAllNotificationsForBundleID(const std::string& bundleID)
 {
-    _notificationsQueue->sync([&] { _queue_rewriteNotifications(bundleID, [](const Value&) { return false; }); });
+    _notificationsQueue->sync(
+        [&] { _queue_rewriteNotifications(bundleID, [](const Value&) { return false; }); });
 }
 
 std::vector<std::string> KTNotificationStore::removeNotificationsPassingTest(
@@ -296,7 +299,8 @@ std::vector<std::string> KTNotificationStore::removeNotificationsPassingTest(
 
 std::optional<Bytes> KTNotificationStore::savedNotificationDataForBundleID(const std::string& bundleID)
 {
-    return _notificationsQueue->sync([&] { return _queue_readAllDataFromPath(_queue_fileNameForBundleID(bundleID)); });
+    return _notificationsQueue->sync(
+        [&] { return _queue_readAllDataFromPath(_queue_fileNameForBundleID(bundleID)); });
 }
 
 Value KTNotificationStore::savedNotificationsForBundleID(const std::string& bundleID)
@@ -314,7 +318,8 @@ Value KTNotificationStore::savedNotificationsForBundleID(const std::string& bund
     return root->isArray() ? *root : Value();
 }
 
-std::optional<std::vector<std::string>> KTNotificationStore::bundleIDsWithUpdatesSince(std::optional<Date> date)
+std::optional<std::vector<std::string>> KTNotificationStore::bundleIDsWithUpdatesSince(
+    std::optional<Date> date)
 {
     if (!date)
         return std::nullopt;

@@ -38,7 +38,8 @@ public:
     ~KTNotificationStore();
 
     void addObserver(std::shared_ptr<KTNotificationStoreObserver> observer, const std::string& bundleID);
-    void removeObserver(const std::shared_ptr<KTNotificationStoreObserver>& observer, const std::string& bundleID);
+    void removeObserver(
+        const std::shared_ptr<KTNotificationStoreObserver>& observer, const std::string& bundleID);
 
     void registerAppForNotificationsWithBundleID(const std::string& bundleID);
     void unregisterAppForNotificationsWithBundleID(const std::string& bundleID);
@@ -77,8 +78,7 @@ public:
     static bool isLoggingEnabled();
 
 private:
-    template <typename... Arguments>
-    static void log(std::string_view text, const Arguments&... arguments)
+    template <typename... Arguments> static void log(std::string_view text, const Arguments&... arguments)
     {
         if (isLoggingEnabled())
             logAlways(format(text, arguments...));

@@ -76,7 +76,8 @@ TEST(ExportedFunctions, ReachTheStoreOfTheInstalledPlatform)
     SimulatedDevice device;
     char* directory = _VYSAppNotificationStoreDirectory();
     ASSERT_NE(directory, nullptr);
-    EXPECT_EQ(std::string(directory), Path::appendingComponent(device.libraryDirectory(), "Vantry/PushStore"));
+    EXPECT_EQ(
+        std::string(directory), Path::appendingComponent(device.libraryDirectory(), "Vantry/PushStore"));
     free(directory);
 
     auto store = KTNotificationStore::sharedInstance();
@@ -122,7 +123,8 @@ TEST(ExportedFunctions, TheCallbackTableAnswersThroughTheAdapter)
 
     int64_t count = 2;
     int64_t day = 0;
-    EXPECT_TRUE(adapter.shouldThrottleContentNotificationForApplicatin("com.installed", Date(86400 * 3), count, day));
+    EXPECT_TRUE(
+        adapter.shouldThrottleContentNotificationForApplicatin("com.installed", Date(86400 * 3), count, day));
     EXPECT_EQ(count, 3);
     EXPECT_EQ(day, 3);
 

@@ -41,7 +41,8 @@ pid_t startSaver(const std::string& library)
 TEST(NotificationStoreCrashSafety, AKilledSaveLeavesAWholeStore)
 {
     SimulatedDevice device;
-    auto path = Path::appendingComponent(KTNotificationStore::storeDirectory(), "com.example.crash.pushstore");
+    auto path
+        = Path::appendingComponent(KTNotificationStore::storeDirectory(), "com.example.crash.pushstore");
     std::mt19937 random(20261122);
     std::uniform_int_distribution<int> delay(0, 20000);
     int64_t lastBadge = -1;

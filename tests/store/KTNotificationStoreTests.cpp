@@ -52,7 +52,8 @@ protected:
     void SetUp() override
     {
         // The switch is read once per process, which here is once per test.
-        device.platform().preferences->setValue(true, "VYPushStoreLogging", device.platform().hostPreferencesDomain);
+        device.platform().preferences->setValue(
+            true, "VYPushStoreLogging", device.platform().hostPreferencesDomain);
     }
 
     std::shared_ptr<KTNotificationStore> store() { return KTNotificationStore::sharedInstance(); }
@@ -139,7 +140,8 @@ INSTANTIATE_TEST_SUITE_P(Cases, NotificationStoreSaves,
     testing::Values(SaveCase { "TitleOnly", "Title", {}, {}, {}, {}, false, {} },
         SaveCase { "EmptyStrings", "", "", "", "", {}, false, {} },
         SaveCase { "BadgeOnly", {}, {}, {}, {}, 0, false, { { KTNotificationStoreBadgeNumberKey, 0 } } },
-        SaveCase { "ActionOnly", {}, {}, {}, "Open", {}, false, { { KTNotificationStoreActionTextKey, "Open" } } },
+        SaveCase {
+            "ActionOnly", {}, {}, {}, "Open", {}, false, { { KTNotificationStoreActionTextKey, "Open" } } },
         SaveCase { "Everything", "T", "M", {}, "A", 2, false,
             { { KTNotificationStoreTitleKey, "T" }, { KTNotificationStoreMessageKey, "M" },
                 { KTNotificationStoreActionTextKey, "A" }, { KTNotificationStoreBadgeNumberKey, 2 } } },
@@ -147,7 +149,8 @@ INSTANTIATE_TEST_SUITE_P(Cases, NotificationStoreSaves,
             { { KTNotificationStoreSoundKey, kKTNotificationStoreSoundDefault },
                 { KTNotificationStoreSoundIsRingtoneKey, false } } },
         SaveCase { "RingtoneKeptAsIs", {}, {}, "ringtone:Marimba", {}, {}, true,
-            { { KTNotificationStoreSoundKey, "ringtone:Marimba" }, { KTNotificationStoreSoundIsRingtoneKey, true } } },
+            { { KTNotificationStoreSoundKey, "ringtone:Marimba" },
+                { KTNotificationStoreSoundIsRingtoneKey, true } } },
         SaveCase { "UnknownSoundFallsBackToDefault", {}, {}, "../../missing.caf", {}, {}, false,
             { { KTNotificationStoreSoundKey, kKTNotificationStoreSoundDefault },
                 { KTNotificationStoreSoundIsRingtoneKey, false } } }),
@@ -167,11 +170,12 @@ TEST_F(NotificationStore, WronglyTypedArgumentsRaiseAndStoreNothing)
     };
     for (const auto& c : cases) {
         try {
-            store()->_saveNotificationWithTitle(
-                {}, c.message, c.sound, c.action, c.badge, {}, c.launchImage, {}, false, true, {}, "com.example.app");
+            store()->_saveNotificationWithTitle({}, c.message, c.sound, c.action, c.badge, {}, c.launchImage,
+                {}, false, true, {}, "com.example.app");
             ADD_FAILURE() << "no exception for " << c.condition;
         } catch (const KTInternalInconsistencyException& exception) {
-            EXPECT_EQ(std::string(exception.what()), std::string("Invalid parameter not satisfying: ") + c.condition);
+            EXPECT_EQ(std::string(exception.what()),
+                std::string("Invalid parameter not satisfying: ") + c.condition);
         }
     }
     EXPECT_TRUE(store()->savedNotificationsForBundleID("com.example.app").isNull());
@@ -193,7 +197,8 @@ TEST_F(NotificationStore, OptionalFieldsAreKeptAndLocalRecordsCarryTheirType)
         {}, "m", {}, {}, {}, userInfo, "Launch", {}, false, false, "REPLY", "com.example.app");
     auto saved = records();
     ASSERT_EQ(saved.size(), 1u);
-    EXPECT_EQ(saved[0][KTNotificationStoreNotificationTypeKey], Value(kKTNotificationStoreNotificationTypeLocal));
+    EXPECT_EQ(
+        saved[0][KTNotificationStoreNotificationTypeKey], Value(kKTNotificationStoreNotificationTypeLocal));
     EXPECT_EQ(saved[0][KTNotificationStoreUserInfoKey], userInfo);
     EXPECT_EQ(saved[0][KTNotificationStoreLaunchImageKey], Value("Launch"));
     EXPECT_EQ(saved[0][KTNotificationStoreCategoryKey], Value("REPLY"));
@@ -252,7 +257,8 @@ TEST_F(NotificationStore, RegisteringCreatesAnEmptyStoreOnlyWhenThereIsNone)
 
 TEST_F(NotificationStore, RemovalsKeepTheRestInOrder)
 {
-    store()->_saveNotificationWithTitle({}, "local", {}, {}, {}, {}, {}, {}, false, false, {}, "com.example.app");
+    store()->_saveNotificationWithTitle(
+        {}, "local", {}, {}, {}, {}, {}, {}, false, false, {}, "com.example.app");
     device.clock().advance(1);
     saveMessage("remote");
     device.clock().advance(1);
@@ -263,8 +269,11 @@ TEST_F(NotificationStore, RemovalsKeepTheRestInOrder)
         "com.example.app");
     ASSERT_EQ(identifiers.size(), 1u);
     EXPECT_EQ(records().size(), 2u);
-    EXPECT_TRUE(store()->removeNotificationsPassingTest([](const Value&) { return false; }, "com.example.app").empty());
-    EXPECT_TRUE(store()->removeNotificationsPassingTest([](const Value&) { return true; }, "com.missing").empty());
+    EXPECT_TRUE(store()
+                    ->removeNotificationsPassingTest([](const Value&) { return false; }, "com.example.app")
+                    .empty());
+    EXPECT_TRUE(
+        store()->removeNotificationsPassingTest([](const Value&) { return true; }, "com.missing").empty());
 
     store()->removeAllLocalNotificationsForBundleID("com.example.app");
     auto saved = records();
@@ -319,10 +328,12 @@ TEST_F(NotificationStore, UnreadableStoresAreReplacedByTheNewRecord)
     for (const auto& c : cases) {
         device.systemLog().clear();
         std::string error;
-        ASSERT_TRUE(FileManager::writeAtomically(storePath("com.example.app.pushstore"), c.contents, &error)) << error;
+        ASSERT_TRUE(FileManager::writeAtomically(storePath("com.example.app.pushstore"), c.contents, &error))
+            << error;
         bool isArchive = c.contents == *archivedDictionary;
         EXPECT_TRUE(store()->savedNotificationsForBundleID("com.example.app").isNull());
-        EXPECT_EQ(device.systemLog().contains("Caught exception while unarchiving notifications for \"com.example.app\""),
+        EXPECT_EQ(device.systemLog().contains(
+                      "Caught exception while unarchiving notifications for \"com.example.app\""),
             !isArchive);
         saveMessage("fresh");
         EXPECT_TRUE(device.systemLog().contains(c.log)) << c.log;
@@ -342,9 +353,11 @@ TEST_F(NotificationStore, BundleIdentifiersNeverLeaveTheStoreDirectory)
     }
     auto files = FileManager::contentsOfDirectoryAtPath(KTNotificationStore::storeDirectory());
     ASSERT_TRUE(files);
-    EXPECT_EQ(*files, (std::vector<std::string> { "....outside.pushstore", "...pushstore", "ab.pushstore",
-                          "etcpasswd.pushstore", "x......y.pushstore" }));
-    EXPECT_FALSE(FileManager::fileExistsAtPath(Path::appendingComponent(device.libraryDirectory(), "Vantry/y.pushstore")));
+    EXPECT_EQ(*files,
+        (std::vector<std::string> { "....outside.pushstore", "...pushstore", "ab.pushstore",
+            "etcpasswd.pushstore", "x......y.pushstore" }));
+    EXPECT_FALSE(FileManager::fileExistsAtPath(
+        Path::appendingComponent(device.libraryDirectory(), "Vantry/y.pushstore")));
 }
 
 TEST_F(NotificationStore, UpdatesSinceIncludeTheSameSecond)
@@ -405,8 +418,8 @@ namespace {
 TEST_F(NotificationStore, ASaveSeesAFileReplacedBehindItsBack)
 {
     saveMessage("first");
-    auto replacement = KeyedArchive::archivedData(Value(Value::Array {
-        Value(Value::Dictionary { { KTNotificationStoreMessageKey, "from elsewhere" } }) }));
+    auto replacement = KeyedArchive::archivedData(Value(
+        Value::Array { Value(Value::Dictionary { { KTNotificationStoreMessageKey, "from elsewhere" } }) }));
     ASSERT_TRUE(replacement);
     ASSERT_TRUE(FileManager::writeAtomically(storePath("com.example.app.pushstore"), *replacement));
     saveMessage("second");

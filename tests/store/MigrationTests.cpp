@@ -20,7 +20,8 @@ class PushStoreMigration : public testing::Test {
 protected:
     void SetUp() override
     {
-        device.platform().preferences->setValue(true, "VYPushStoreLogging", device.platform().hostPreferencesDomain);
+        device.platform().preferences->setValue(
+            true, "VYPushStoreLogging", device.platform().hostPreferencesDomain);
         directory = KTNotificationStore::storeDirectory();
         FileManager::createDirectoryAtPath(directory, true);
     }
@@ -71,7 +72,8 @@ TEST_F(PushStoreMigration, ADirectoryWithoutOldFilesLogsOnlyTheFirstLine)
     ASSERT_TRUE(FileManager::writeAtomically(path("com.a.pushstore"), Bytes { 1, 2 }));
     ASSERT_TRUE(FileManager::writeAtomically(path("com.b.VYSNOTE"), Bytes { 1, 2 }));
     KTNotificationStore::migratePushStore();
-    EXPECT_EQ(device.systemLog().lines(), std::vector<std::string> { prefix + "Migrating push store: " + directory });
+    EXPECT_EQ(device.systemLog().lines(),
+        std::vector<std::string> { prefix + "Migrating push store: " + directory });
 }
 
 TEST_F(PushStoreMigration, ConvertsListsAndReplacesExistingNewFiles)
@@ -131,7 +133,8 @@ TEST_F(PushStoreMigration, FailuresStayWhenTheSideDirectoryCannotBeMade)
     ASSERT_TRUE(FileManager::writeAtomically(path("VYSNoteMigrationFailures"), Bytes { 'f' }));
     KTNotificationStore::migratePushStore();
     EXPECT_TRUE(FileManager::fileExistsAtPath(path("com.dict.vysnote")));
-    EXPECT_TRUE(device.systemLog().contains(prefix + "Unable to create new directory for failed migrations ("));
+    EXPECT_TRUE(
+        device.systemLog().contains(prefix + "Unable to create new directory for failed migrations ("));
     EXPECT_TRUE(device.systemLog().contains("Please file a bug and attach the contents of: " + directory));
 }
 
