@@ -16,7 +16,7 @@ namespace {
     }
 
     // One conversion specification, as parsed from the format.
-    struct Specification {
+    struct Directive {
         std::string flags;
         std::string width;
         std::string precision; // with its leading '.', or empty
@@ -55,48 +55,48 @@ namespace {
         out.append(large.data(), static_cast<size_t>(needed));
     }
 
-    void appendText(std::string& out, const Specification& spec, const std::string& text)
+    void appendText(std::string& out, const Directive& directive, const std::string& text)
     {
-        if (spec.flags.empty() && spec.width.empty() && spec.precision.empty()) {
+        if (directive.flags.empty() && directive.width.empty() && directive.precision.empty()) {
             out += text;
             return;
         }
-        appendPrintf(out, spec.printfFormat("", 's'), text.c_str());
+        appendPrintf(out, directive.printfFormat("", 's'), text.c_str());
     }
 
-    void appendConversion(std::string& out, const Specification& spec, const FormatArgument* argument)
+    void appendConversion(std::string& out, const Directive& directive, const FormatArgument* argument)
     {
         static const FormatArgument missing(static_cast<const char*>(nullptr));
         const FormatArgument& value = argument ? *argument : missing;
-        switch (spec.conversion) {
+        switch (directive.conversion) {
         case '@':
-            appendText(out, spec, value.objectText());
+            appendText(out, directive, value.objectText());
             break;
         case 's':
-            appendText(out, spec, value.cText());
+            appendText(out, directive, value.cText());
             break;
         case 'd':
         case 'i':
-            if (spec.isWide())
-                appendPrintf(out, spec.printfFormat("ll", spec.conversion),
+            if (directive.isWide())
+                appendPrintf(out, directive.printfFormat("ll", directive.conversion),
                     static_cast<long long>(value.signedValue()));
             else
                 appendPrintf(
-                    out, spec.printfFormat("", spec.conversion), static_cast<int>(value.signedValue()));
+                    out, directive.printfFormat("", directive.conversion), static_cast<int>(value.signedValue()));
             break;
         case 'u':
         case 'x':
         case 'X':
         case 'o':
-            if (spec.isWide())
-                appendPrintf(out, spec.printfFormat("ll", spec.conversion),
+            if (directive.isWide())
+                appendPrintf(out, directive.printfFormat("ll", directive.conversion),
                     static_cast<unsigned long long>(value.unsignedValue()));
             else
-                appendPrintf(out, spec.printfFormat("", spec.conversion),
+                appendPrintf(out, directive.printfFormat("", directive.conversion),
                     static_cast<unsigned>(value.unsignedValue()));
             break;
         case 'c':
-            appendPrintf(out, spec.printfFormat("", 'c'),
+            appendPrintf(out, directive.printfFormat("", 'c'),
                 static_cast<int>(static_cast<unsigned char>(value.signedValue())));
             break;
         case 'p':
@@ -110,7 +110,7 @@ namespace {
         case 'G':
         case 'a':
         case 'A':
-            appendPrintf(out, spec.printfFormat("", spec.conversion), value.realValue());
+            appendPrintf(out, directive.printfFormat("", directive.conversion), value.realValue());
             break;
         default:
             break;
@@ -204,23 +204,23 @@ std::string formatArguments(std::string_view format, std::initializer_list<Forma
             ++i;
             continue;
         }
-        Specification spec;
+        Directive directive;
         while (i < format.size() && isFlag(format[i]))
-            spec.flags += format[i++];
-        spec.width = cappedNumber(format, i, 9999);
+            directive.flags += format[i++];
+        directive.width = cappedNumber(format, i, 9999);
         if (i < format.size() && format[i] == '.') {
             ++i;
-            spec.precision = "." + cappedNumber(format, i, 999);
+            directive.precision = "." + cappedNumber(format, i, 999);
         }
-        while (i < format.size() && isLengthModifier(format[i]) && spec.length.size() < 2)
-            spec.length += format[i++];
+        while (i < format.size() && isLengthModifier(format[i]) && directive.length.size() < 2)
+            directive.length += format[i++];
         if (i >= format.size() || !isConversion(format[i])) {
             // Not a conversion we know: keep the text as written.
             out.append(format.substr(start, i - start));
             continue;
         }
-        spec.conversion = format[i++];
-        appendConversion(out, spec, argumentAt(arguments, next++));
+        directive.conversion = format[i++];
+        appendConversion(out, directive, argumentAt(arguments, next++));
     }
     return out;
 }
