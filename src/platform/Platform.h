@@ -2,9 +2,12 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace tessel {
 
+class ApplicationDataStoreDatabase;
+class ApplicationWorkspace;
 class Clock;
 class FileLogManager;
 class NotificationCenter;
@@ -23,6 +26,8 @@ public:
     // Whether persisted files are synced to storage before they replace the old
     // ones; only benchmarks turn it off, to measure what the sync costs.
     bool durableWrites = true;
+    // Localizations the user prefers, most preferred first (e.g. "de", "en").
+    std::vector<std::string> preferredLocalizations { "en" };
 
     std::shared_ptr<Clock> clock;
     std::shared_ptr<Preferences> preferences;
@@ -30,6 +35,8 @@ public:
     std::shared_ptr<NotificationCenter> notificationCenter;
     std::shared_ptr<SystemNotificationCenter> systemNotificationCenter;
     std::shared_ptr<FileLogManager> fileLogManager;
+    std::shared_ptr<ApplicationWorkspace> workspace;
+    std::shared_ptr<ApplicationDataStoreDatabase> dataStores;
 
     static void install(std::shared_ptr<Platform> platform);
     // The installed platform; a server without one is a programming error and aborts.

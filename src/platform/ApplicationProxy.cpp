@@ -1,0 +1,13 @@
+#include "platform/ApplicationProxy.h"
+
+#include "platform/ApplicationWorkspace.h"
+
+namespace tessel {
+
+std::shared_ptr<ApplicationProxy> ApplicationProxy::applicationProxyForIdentifier(const std::string& bundleIdentifier)
+{
+    auto workspace = ApplicationWorkspace::defaultWorkspace();
+    return workspace ? workspace->applicationProxyForIdentifier(bundleIdentifier) : nullptr;
+}
+
+} // namespace tessel
