@@ -96,6 +96,8 @@ void* KeyedArchiver::node(const Value& value, int depth)
         return plist_new_data(bytes.empty() ? "" : reinterpret_cast<const char*>(bytes.data()), bytes.size());
     }
     case Value::Type::Date: {
+        if (void* date = PropertyList::exactDateNode(value.dateValue()))
+            return date;
         // libplist dates keep only int32 seconds and microseconds.
         plist_t marker = plist_new_dict();
         plist_dict_set_item(marker, KeyedArchive::dateMarker,
@@ -138,7 +140,7 @@ void* KeyedArchiver::collectionNode(const Value& value, int depth)
             plist_free(dictionary);
             return nullptr;
         }
-        plist_dict_set_item(dictionary, escapedKey(key, buffer), child);
+        plist_dict_set_item(dictionary, key.starts_with('$') ? escapedKey(key, buffer) : key.c_str(), child);
     }
     return dictionary;
 }

@@ -3,27 +3,64 @@
 #include "platform/KeyedArchive.h"
 #include "platform/PropertyList.h"
 
+#include <array>
 #include <cstdlib>
 #include <cstring>
 #include <limits>
+#include <memory>
 #include <plist/plist.h>
 
 namespace tessel {
 
 namespace {
 
-    struct KeyDeleter {
-        void operator()(char* key) const { free(key); }
+    // Records repeat the same keys in the same places. Remembering the last
+    // keys seen at each position lets most keys be recognized by comparison
+    // instead of being copied out of libplist one allocation at a time.
+    class KeyCache {
+    public:
+        // The key node's text; valid until the next lookup.
+        const std::string* lookup(plist_t keyNode, size_t position)
+        {
+            if (position >= cachedPositions)
+                return copy(keyNode, _scratch);
+            auto& slots = _slots[position];
+            for (auto& slot : slots) {
+                if (!slot.empty() && plist_key_val_compare(keyNode, slot.c_str()) == 0)
+                    return &slot;
+            }
+            // Two slots per position: records alternate with the dictionaries inside them.
+            std::swap(slots[0], slots[1]);
+            return copy(keyNode, slots[0]);
+        }
+
+    private:
+        static constexpr size_t cachedPositions = 32;
+
+        static const std::string* copy(plist_t keyNode, std::string& into)
+        {
+            char* text = nullptr;
+            plist_get_key_val(keyNode, &text);
+            if (!text) {
+                into.clear();
+                return nullptr;
+            }
+            into.assign(text);
+            free(text);
+            return &into;
+        }
+
+        std::array<std::string, 2> _slots[cachedPositions];
+        std::string _scratch;
     };
-    using Key = std::unique_ptr<char, KeyDeleter>;
 
     enum class KeyKind { Plain, Escaped, Marker };
 
-    KeyKind kindOfKey(const char* key)
+    KeyKind kindOfKey(const std::string& key)
     {
-        if (key[0] != '$')
+        if (!key.starts_with('$'))
             return KeyKind::Plain;
-        return key[1] == '$' ? KeyKind::Escaped : KeyKind::Marker;
+        return key.starts_with("$$") ? KeyKind::Escaped : KeyKind::Marker;
     }
 
     class Decoder {
@@ -66,6 +103,9 @@ namespace {
                 const char* bytes = plist_get_data_ptr(node, &length);
                 return Value::data(bytes, bytes ? length : 0);
             }
+            case PLIST_DATE:
+                // Dates that whole seconds and microseconds hold exactly; others use the marker.
+                return PropertyList::fromNode(node);
             case PLIST_ARRAY:
                 return decodeArray(node, depth);
             case PLIST_DICT:
@@ -87,23 +127,30 @@ namespace {
         {
             if (depth >= PropertyList::maximumDepth)
                 return fail("archive nested too deeply");
-            uint32_t count = plist_array_get_size(node);
             Value::Array array;
-            array.reserve(count);
-            for (uint32_t i = 0; i < count; ++i) {
-                auto element = decode(plist_array_get_item(node, i), depth + 1);
+            array.reserve(plist_array_get_size(node));
+            // plist_array_get_item walks the child list from the start on parsed arrays.
+            plist_array_iter iterator = nullptr;
+            plist_array_new_iter(node, &iterator);
+            std::unique_ptr<void, decltype(&free)> owner(iterator, &free);
+            while (true) {
+                plist_t child = nullptr;
+                plist_array_next_item(node, iterator, &child);
+                if (!child)
+                    return Value(std::move(array));
+                auto element = decode(child, depth + 1);
                 if (!element)
                     return std::nullopt;
                 array.push_back(std::move(*element));
             }
-            return Value(std::move(array));
         }
 
-        // Iterates a dictionary's items, owning the key copies libplist hands out.
+        // Iterates a dictionary's items with their keys.
         class Items {
         public:
-            explicit Items(plist_t dictionary)
+            Items(plist_t dictionary, KeyCache& keys)
                 : _dictionary(dictionary)
+                , _keys(keys)
             {
                 plist_dict_new_iter(dictionary, &_iterator);
             }
@@ -111,30 +158,32 @@ namespace {
             Items(const Items&) = delete;
             Items& operator=(const Items&) = delete;
 
-            bool next(Key& key, plist_t& value)
+            // key stays valid until the next dictionary is read.
+            bool next(const std::string*& key, plist_t& value)
             {
-                char* text = nullptr;
                 value = nullptr;
-                plist_dict_next_item(_dictionary, _iterator, &text, &value);
-                key.reset(text);
-                return value && text;
+                plist_dict_next_item(_dictionary, _iterator, nullptr, &value);
+                key = value ? _keys.lookup(plist_dict_item_get_key(value), _position++) : nullptr;
+                return value && key;
             }
 
         private:
             plist_t _dictionary;
+            KeyCache& _keys;
             plist_dict_iter _iterator = nullptr;
+            size_t _position = 0;
         };
 
         std::optional<Value> decodeDictionary(plist_t node, int depth)
         {
-            Items items(node);
-            Key key;
+            Items items(node, _keys);
+            const std::string* key = nullptr;
             plist_t child = nullptr;
             if (!items.next(key, child))
                 return depth >= PropertyList::maximumDepth ? fail("archive nested too deeply")
                                                            : std::optional<Value>(Value(Value::Dictionary()));
-            if (kindOfKey(key.get()) == KeyKind::Marker)
-                return decodeMarked(node, key.get(), child, items, depth);
+            if (kindOfKey(*key) == KeyKind::Marker)
+                return decodeMarked(node, *key, child, items, depth);
             if (depth >= PropertyList::maximumDepth)
                 return fail("archive nested too deeply");
             Value::Dictionary dictionary;
@@ -144,43 +193,48 @@ namespace {
         }
 
         // Decodes the current item and the rest into dictionary, unescaping keys.
-        bool decodeItems(Value::Dictionary& dictionary, Key& key, plist_t child, Items& items, int depth)
+        bool decodeItems(
+            Value::Dictionary& dictionary, const std::string* key, plist_t child, Items& items, int depth)
         {
             do {
-                auto kind = kindOfKey(key.get());
+                auto kind = kindOfKey(*key);
                 if (kind == KeyKind::Marker)
                     return fail("archive has a marker inside a dictionary"), false;
+                // Copied before decoding the value, which reads further keys.
+                std::string name = key->substr(kind == KeyKind::Escaped ? 1 : 0);
+                if (!PropertyList::canHoldString(name))
+                    return fail("archive holds a key that is not UTF-8"), false;
                 auto value = decode(child, depth);
                 if (!value)
                     return false;
-                const char* name = key.get() + (kind == KeyKind::Escaped ? 1 : 0);
-                if (!PropertyList::canHoldString(name))
-                    return fail("archive holds a key that is not UTF-8"), false;
-                if (!dictionary.emplace(name, std::move(*value)).second)
+                // We write keys sorted; a hint at the end makes each insertion constant time.
+                auto size = dictionary.size();
+                dictionary.emplace_hint(dictionary.end(), std::move(name), std::move(*value));
+                if (dictionary.size() == size)
                     return fail("archive repeats a dictionary key"), false;
             } while (items.next(key, child));
             return true;
         }
 
         std::optional<Value> decodeMarked(
-            plist_t node, const char* marker, plist_t child, Items& items, int depth)
+            plist_t node, const std::string& marker, plist_t child, Items& items, int depth)
         {
             uint32_t size = plist_dict_get_size(node);
-            if (std::strcmp(marker, KeyedArchive::nullMarker) == 0) {
+            if (marker == KeyedArchive::nullMarker) {
                 uint8_t flag = 0;
                 if (size != 1 || plist_get_node_type(child) != PLIST_BOOLEAN)
                     return fail("archive has a malformed null");
                 plist_get_bool_val(child, &flag);
                 return flag ? std::optional<Value>(Value()) : fail("archive has a malformed null");
             }
-            if (std::strcmp(marker, KeyedArchive::dateMarker) == 0) {
+            if (marker == KeyedArchive::dateMarker) {
                 double seconds = 0;
                 if (size != 1 || plist_get_node_type(child) != PLIST_REAL)
                     return fail("archive has a malformed date");
                 plist_get_real_val(child, &seconds);
                 return Value(Date(seconds));
             }
-            if (std::strcmp(marker, KeyedArchive::objectMarker) == 0)
+            if (marker == KeyedArchive::objectMarker)
                 return decodeObject(child, items, depth);
             return fail(std::string("archive has an unknown marker ") + marker);
         }
@@ -206,7 +260,7 @@ namespace {
                 return fail("archive holds a class that is not allowed here: " + archivedName);
 
             Value::Dictionary fields;
-            Key key;
+            const std::string* key = nullptr;
             plist_t child = nullptr;
             if (items.next(key, child) && !decodeItems(fields, key, child, items, depth + 1))
                 return std::nullopt;
@@ -216,6 +270,7 @@ namespace {
 
         const UnarchiveOptions& _options;
         std::string& _error;
+        KeyCache _keys;
     };
 
 } // namespace

@@ -26,19 +26,59 @@ namespace {
 
     bool dateFits(double seconds) { return std::isfinite(seconds) && std::fabs(seconds) < 2147483647.0; }
 
-    plist_t dateNode(Date date)
+    struct DateParts {
+        int32_t seconds;
+        int32_t micros; // carries the sign of the seconds: libplist adds the two
+    };
+
+    std::optional<DateParts> dateParts(double seconds)
     {
-        double seconds = date.timeIntervalSinceReferenceDate();
         if (!dateFits(seconds))
-            return nullptr;
+            return std::nullopt;
         double whole = std::trunc(seconds);
         auto micros = static_cast<int32_t>(std::llround(std::fabs(seconds - whole) * 1e6));
         if (micros >= 1000000) {
             whole += seconds < 0 ? -1 : 1;
             micros = 0;
         }
-        // libplist adds the microseconds to the seconds, so they carry the sign too.
-        return plist_new_date(static_cast<int32_t>(whole), seconds < 0 ? -micros : micros);
+        return DateParts { static_cast<int32_t>(whole), seconds < 0 ? -micros : micros };
+    }
+
+    plist_t dateNode(Date date)
+    {
+        auto parts = dateParts(date.timeIntervalSinceReferenceDate());
+        return parts ? plist_new_date(parts->seconds, parts->micros) : nullptr;
+    }
+
+    // What plist_new_date stores for the parts.
+    double partsSeconds(DateParts parts) { return double(parts.seconds) + double(parts.micros) / 1e6; }
+
+    // The parts the getter answers: truncated, and the sign only on the seconds.
+    // Absent when they are out of range, as for seconds beyond int32.
+    std::optional<DateParts> storedParts(plist_t node)
+    {
+        DateParts parts { 0, 0 };
+        plist_get_date_val(node, &parts.seconds, &parts.micros);
+        if (parts.micros < 0 || parts.micros >= 1000000)
+            return std::nullopt;
+        if (parts.seconds < 0)
+            parts.micros = -parts.micros;
+        return parts;
+    }
+
+    bool sameBits(double a, double b) { return std::memcmp(&a, &b, sizeof a) == 0; }
+
+    // Cheap exact read: when the node holds just what plist_new_date makes of the
+    // parts its getter answers, those parts give every bit back.
+    std::optional<double> canonicalDateSeconds(plist_t node)
+    {
+        auto parts = storedParts(node);
+        if (!parts)
+            return std::nullopt;
+        NodePointer same(plist_new_date(parts->seconds, parts->micros));
+        if (!same || !plist_compare_node_value(node, static_cast<plist_t>(same.get())))
+            return std::nullopt;
+        return partsSeconds(*parts);
     }
 
     // The date as libplist holds it: a double of seconds. Its getter truncates that
@@ -64,6 +104,8 @@ namespace {
 
     Date dateFromNode(plist_t node)
     {
+        if (auto seconds = canonicalDateSeconds(node))
+            return Date(*seconds);
         if (auto seconds = exactDateSeconds(node))
             return Date(*seconds);
         int32_t seconds = 0;
@@ -103,15 +145,21 @@ namespace {
     std::optional<Value> arrayFromNode(plist_t node, int depth)
     {
         Value::Array array;
-        uint32_t count = plist_array_get_size(node);
-        array.reserve(count);
-        for (uint32_t i = 0; i < count; ++i) {
-            auto element = PropertyList::fromNode(plist_array_get_item(node, i), depth + 1);
+        array.reserve(plist_array_get_size(node));
+        // plist_array_get_item walks the child list from the start on parsed arrays.
+        plist_array_iter iterator = nullptr;
+        plist_array_new_iter(node, &iterator);
+        std::unique_ptr<void, decltype(&free)> owner(iterator, &free);
+        while (true) {
+            plist_t child = nullptr;
+            plist_array_next_item(node, iterator, &child);
+            if (!child)
+                return Value(std::move(array));
+            auto element = PropertyList::fromNode(child, depth + 1);
             if (!element)
                 return std::nullopt;
             array.push_back(std::move(*element));
         }
-        return Value(std::move(array));
     }
 
     std::optional<Value> dictionaryFromNode(plist_t node, int depth)
@@ -134,7 +182,8 @@ namespace {
                 free(key);
                 break;
             }
-            dictionary.insert_or_assign(std::string(key), std::move(*element));
+            // Keys come in the order they were written, usually sorted.
+            dictionary.insert_or_assign(dictionary.end(), std::string(key), std::move(*element));
             free(key);
         }
         free(iterator);
@@ -428,6 +477,17 @@ bool PropertyList::canHoldString(std::string_view text)
 {
     auto bytes = reinterpret_cast<const unsigned char*>(text.data());
     size_t at = 0;
+    // Keys and strings are mostly ASCII: skip eight bytes at a time while none
+    // is NUL or has its high bit set.
+    constexpr uint64_t ones = 0x0101010101010101;
+    constexpr uint64_t highs = 0x8080808080808080;
+    while (text.size() - at >= 8) {
+        uint64_t word;
+        std::memcpy(&word, bytes + at, sizeof word);
+        if (((word - ones) & ~word & highs) | (word & highs))
+            break;
+        at += 8;
+    }
     while (at < text.size()) {
         if (bytes[at] >= 0x20 && bytes[at] < 0x80) {
             ++at;
@@ -539,6 +599,20 @@ std::optional<Value> PropertyList::fromNode(const void* constNode, int depth)
     default:
         return std::nullopt;
     }
+}
+
+void* PropertyList::exactDateNode(Date date)
+{
+    double seconds = date.timeIntervalSinceReferenceDate();
+    auto parts = dateParts(seconds);
+    if (!parts || !sameBits(partsSeconds(*parts), seconds))
+        return nullptr;
+    NodePointer node(plist_new_date(parts->seconds, parts->micros));
+    // The reader recovers the parts from the truncating getter; they must come back unchanged.
+    auto stored = storedParts(static_cast<plist_t>(node.get()));
+    if (!stored || stored->seconds != parts->seconds || stored->micros != parts->micros)
+        return nullptr;
+    return node.release();
 }
 
 std::optional<Value> PropertyList::read(const void* bytes, size_t length, std::string* error)

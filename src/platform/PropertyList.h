@@ -48,6 +48,9 @@ public:
     // owns the node. fromNode answers absent beyond maximumDepth.
     static void* toNode(const Value& value);
     static std::optional<Value> fromNode(const void* node, int depth = 0);
+    // A date node that reads back as exactly date, or nullptr when libplist's
+    // int32 seconds and microseconds cannot hold it to the bit.
+    static void* exactDateNode(Date date);
 };
 
 } // namespace tessel

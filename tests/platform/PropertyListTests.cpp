@@ -121,6 +121,20 @@ TEST(PropertyList, CanHoldOnlyUtf8WithoutNul)
         { "\xed\xa0\x80", false },
         { "\xf4\x90\x80\x80", false },
         { "\xf8\x88\x80\x80\x80", false },
+        // Longer texts are scanned eight bytes at a time first.
+        { "0123456\xc3\xa9"
+          "89abcdef",
+            true },
+        { "0123456789abcdef\xf0\x9f\x94\x94", true },
+        { std::string("0123456789\0bcdef", 16), false },
+        { std::string("01234567\0", 9), false },
+        { "012\xff"
+          "456789abcdef",
+            false },
+        { "0123456789abcde\xc3", false },
+        { "01234567\xed\xa0\x80"
+          "89abcdef",
+            false },
     };
     for (const auto& test : cases)
         EXPECT_EQ(PropertyList::canHoldString(test.text), test.holds) << test.text;
