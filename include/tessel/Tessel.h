@@ -59,6 +59,10 @@ TESSEL_EXPORT extern const char* const KTLocalNotificationLoggingPreferenceKey;
 
 TESSEL_EXPORT extern const char* const kKTNotificationAuthorizationAlertBundleIdentifierKey;
 
+/* Diagnostic levels of the two notification subsystems: -1 off, 3 on. */
+TESSEL_EXPORT extern int32_t KTRemoteNotificationLoggingLevel;
+TESSEL_EXPORT extern int32_t KTLocalNotificationLoggingLevel;
+
 /*
  * The host's answers about applications. Every operation takes the application's
  * bundle identifier first and the context as its first argument. All are called

@@ -5,6 +5,8 @@
 #include "platform/SystemNotificationCenter.h"
 #include "platform/WorkQueue.h"
 #include "platform/linux/LinuxPlatform.h"
+#include "server/KTLocalNotificationLogger.h"
+#include "server/KTRemoteNotificationLogger.h"
 #include "server/KTSystemStateProviding.h"
 #include "store/KTNotificationStore.h"
 
@@ -21,6 +23,16 @@ namespace {
     {
         static std::shared_ptr<KTTesselServer> server;
         return server;
+    }
+
+    void registerLoggers(FileLogManager& manager)
+    {
+        auto local = std::make_shared<KTLocalNotificationLogger>();
+        manager.registerLogger(local);
+        KTLocalNotificationLogger::setRegisteredLogger(local);
+        auto remote = std::make_shared<KTRemoteNotificationLogger>();
+        manager.registerLogger(remote);
+        KTRemoteNotificationLogger::setRegisteredLogger(remote);
     }
 
 } // namespace
@@ -55,6 +67,7 @@ void KTTesselServerStart(std::shared_ptr<KTSystemStateProviding> systemStateProv
         auto& platform = Platform::current();
         platform.systemNotificationCenter->addObserver(
             "com.tamber.tessel.prefsChanged", KTPreferencesChanged);
+        registerLoggers(*platform.fileLogManager);
         KTNotificationStore::migratePushStore();
         KTTesselServer::setSharedInstance(std::make_shared<KTTesselServer>(retainedProvider));
     });

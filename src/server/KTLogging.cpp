@@ -1,0 +1,36 @@
+#include "server/KTLogging.h"
+
+#include "server/KTLocalNotificationLogger.h"
+#include "server/KTRemoteNotificationLogger.h"
+
+#include <atomic>
+#include <tessel/Tessel.h>
+
+namespace tessel {
+
+namespace {
+
+    bool atLeastOn(int32_t& level)
+    {
+        return std::atomic_ref<int32_t>(level).load(std::memory_order_relaxed) >= KTLevelLogger::levelOn;
+    }
+
+} // namespace
+
+bool ktRemoteLoggingEnabled() { return atLeastOn(KTRemoteNotificationLoggingLevel); }
+
+bool ktLocalLoggingEnabled() { return atLeastOn(KTLocalNotificationLoggingLevel); }
+
+void ktRemoteLog(const std::string& text)
+{
+    if (auto logger = KTRemoteNotificationLogger::registeredLogger())
+        logger->log(text);
+}
+
+void ktLocalLog(std::string_view bundleIdentifier, const std::string& text)
+{
+    if (auto logger = KTLocalNotificationLogger::registeredLogger())
+        logger->log(format("[%@] ", bundleIdentifier) + text);
+}
+
+} // namespace tessel
