@@ -94,6 +94,13 @@ typedef struct KTSystemStateProvidingCallbacks {
 TESSEL_EXPORT void KTTesselServerStart(const KTSystemStateProvidingCallbacks* systemStateProvider);
 TESSEL_EXPORT void KTClearNotificationsForBundleIdentifier(const char* bundleIdentifier);
 TESSEL_EXPORT void KTSystemDidSetBadgeForBundleIdentifier(const char* bundleIdentifier);
+/* Substitutes arguments into a format that came from the network: only "%@",
+ * "%N$@" and "%%" are understood, anything else after "%" is dropped. A NULL
+ * argument stands for a missing one. Answers a new UTF-8 string to free() with
+ * free(), or NULL when the format is NULL or the result is not valid UTF-8. */
+TESSEL_EXPORT char* KTFormatNetworkString(
+    const char* format, const char* const* arguments, size_t argumentCount);
+
 /* The notification store's directory; free the result with free(). */
 TESSEL_EXPORT char* _VYSAppNotificationStoreDirectory(void);
 
