@@ -215,6 +215,8 @@ TEST_F(NotificationStore, ObserversHearOfSuccessfulWritesOnAnotherThread)
     store()->addObserver(observer, "");
 
     saveMessage("one");
+    // Notices travel on a concurrent queue: only separate steps arrive in order.
+    device.waitUntilIdle();
     store()->clearNotificationsForBundleID("com.example.app");
     store()->clearNotificationsForBundleID("com.example.app");
     device.waitUntilIdle();

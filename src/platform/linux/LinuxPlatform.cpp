@@ -1,5 +1,6 @@
 #include "platform/linux/LinuxPlatform.h"
 
+#include "platform/ApplicationDataStoreDatabase.h"
 #include "platform/FileLogManager.h"
 #include "platform/FileManager.h"
 #include "platform/InProcessSystemNotificationCenter.h"
@@ -22,6 +23,9 @@ std::shared_ptr<Platform> LinuxPlatform::make()
     platform->preferences
         = std::make_shared<Preferences>(Path::appendingComponent(platform->libraryDirectory, "Preferences"));
     platform->systemLog = std::make_shared<SyslogSystemLog>();
+    platform->dataStores = std::make_shared<ApplicationDataStoreDatabase>(
+        Path::appendingComponent(platform->libraryDirectory, ApplicationDataStoreDatabase::fileName),
+        platform->systemLog);
     platform->notificationCenter = std::make_shared<NotificationCenter>();
     // Cross-process names stay inside the process until the bus-backed center exists.
     auto systemCenter = std::make_shared<InProcessSystemNotificationCenter>();

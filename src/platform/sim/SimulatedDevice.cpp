@@ -1,5 +1,6 @@
 #include "platform/sim/SimulatedDevice.h"
 
+#include "platform/ApplicationDataStoreDatabase.h"
 #include "platform/FileLogManager.h"
 #include "platform/FileManager.h"
 #include "platform/InProcessSystemNotificationCenter.h"
@@ -42,6 +43,9 @@ SimulatedDevice::SimulatedDevice(Date start)
     platform.preferences
         = std::make_shared<Preferences>(Path::appendingComponent(platform.libraryDirectory, "Preferences"));
     platform.systemLog = _systemLog;
+    platform.dataStores = std::make_shared<ApplicationDataStoreDatabase>(
+        Path::appendingComponent(platform.libraryDirectory, ApplicationDataStoreDatabase::fileName),
+        platform.systemLog);
     platform.notificationCenter = std::make_shared<NotificationCenter>();
     platform.systemNotificationCenter = _systemNotificationCenter;
     std::weak_ptr<ManualClock> clock = _clock;
