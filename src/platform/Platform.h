@@ -12,6 +12,7 @@ class Clock;
 class FileLogManager;
 class NotificationCenter;
 class Preferences;
+class SystemAlertService;
 class SystemLog;
 class SystemNotificationCenter;
 
@@ -26,6 +27,8 @@ public:
     // Whether persisted files are synced to storage before they replace the old
     // ones; only benchmarks turn it off, to measure what the sync costs.
     bool durableWrites = true;
+    // The host application's own bundle, for the texts it shows on the server's behalf.
+    std::string hostBundlePath;
     // Localizations the user prefers, most preferred first (e.g. "de", "en").
     std::vector<std::string> preferredLocalizations { "en" };
 
@@ -37,6 +40,7 @@ public:
     std::shared_ptr<FileLogManager> fileLogManager;
     std::shared_ptr<ApplicationWorkspace> workspace;
     std::shared_ptr<ApplicationDataStoreDatabase> dataStores;
+    std::shared_ptr<SystemAlertService> systemAlerts;
 
     static void install(std::shared_ptr<Platform> platform);
     // The installed platform; a server without one is a programming error and aborts.
