@@ -9,6 +9,7 @@
 #include "platform/WorkQueue.h"
 #include "platform/sim/CapturedSystemLog.h"
 #include "platform/sim/ManualClock.h"
+#include "platform/sim/SimulatedApplicationWorkspace.h"
 
 #include <cstdlib>
 #include <stdexcept>
@@ -50,6 +51,7 @@ SimulatedDevice::SimulatedDevice(Date start)
             auto strong = clock.lock();
             return strong ? strong->now() : Date();
         });
+    platform.workspace = std::make_shared<SimulatedApplicationWorkspace>(platform.libraryDirectory);
     Platform::install(_platform);
 }
 
@@ -68,6 +70,11 @@ void SimulatedDevice::advance(double seconds)
 }
 
 void SimulatedDevice::waitUntilIdle() { WorkQueue::waitUntilIdle(); }
+
+SimulatedApplicationWorkspace& SimulatedDevice::applicationWorkspace()
+{
+    return static_cast<SimulatedApplicationWorkspace&>(*_platform->workspace);
+}
 
 std::vector<std::string> SimulatedDevice::fileLogLines(const std::string& loggerName) const
 {
