@@ -151,8 +151,7 @@ std::vector<std::string> Bundle::localizations() const
     return result;
 }
 
-std::shared_ptr<const Value::Dictionary> Bundle::table(
-    const std::string& localization, std::string_view name) const
+Value Bundle::table(const std::string& localization, std::string_view name) const
 {
     std::string cacheKey = localization + "/" + std::string(name);
     {
@@ -162,17 +161,17 @@ std::shared_ptr<const Value::Dictionary> Bundle::table(
             return found->second;
     }
     // Read without the lock; a racing reader parses the same file and the first one stored wins.
-    std::shared_ptr<const Value::Dictionary> parsed;
+    Value parsed;
     std::string problem;
     auto path = Path::appendingComponent(
         Path::appendingComponent(resourcePath(), localizationDirectoryName(localization)),
         std::string(name) + "." + std::string(stringTableExtension));
-    if (isFile(path)) {
-        auto bytes = FileManager::contentsAtPath(path, &problem, StringTable::maximumInputLength);
-        if (bytes) {
-            if (auto table = StringTable::read(*bytes, &problem))
-                parsed = std::make_shared<const Value::Dictionary>(std::move(*table));
-        }
+    if (auto bytes = FileManager::contentsAtPath(path, &problem, StringTable::maximumInputLength)) {
+        if (auto table = StringTable::readValue(*bytes, &problem))
+            parsed = std::move(*table);
+    } else if (!FileManager::fileExistsAtPath(path)) {
+        // Most localizations lack most tables: not worth a log line.
+        problem.clear();
     }
     std::lock_guard lock(_tablesLock);
     auto [entry, inserted] = _tables.try_emplace(std::move(cacheKey), parsed);
@@ -188,10 +187,9 @@ std::string Bundle::localizedStringForKey(
     if (isPlainName(tableName)) {
         for (const auto& localization : searchLocalizations()) {
             auto strings = this->table(localization, tableName);
-            if (!strings)
-                continue;
-            auto found = strings->find(key);
-            if (found != strings->end())
+            const auto& entries = strings.dictionaryValue();
+            auto found = entries.find(key);
+            if (found != entries.end())
                 return found->second.stringValue();
         }
     }

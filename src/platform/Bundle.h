@@ -75,16 +75,16 @@ public:
     explicit Bundle(std::string path);
 
 private:
-    std::shared_ptr<const Value::Dictionary> table(
-        const std::string& localization, std::string_view name) const;
+    // A dictionary, or null for a missing or malformed table.
+    Value table(const std::string& localization, std::string_view name) const;
 
     std::string _path;
     Value _info;
     std::string _manifestError;
 
     mutable std::mutex _tablesLock;
-    // "<localization>/<table>" to the parsed table; null for a missing or malformed one.
-    mutable std::map<std::string, std::shared_ptr<const Value::Dictionary>, std::less<>> _tables;
+    // "<localization>/<table>" to what table() answers.
+    mutable std::map<std::string, Value, std::less<>> _tables;
 };
 
 } // namespace tessel

@@ -47,7 +47,9 @@ DirectoryApplicationWorkspace::DirectoryApplicationWorkspace(
     , _containersDirectory(std::move(containersDirectory))
 {
     std::string error;
-    if (!FileManager::createDirectoryAtPath(_applicationsDirectory, true, &error))
+    bool isDirectory = false;
+    if (!(FileManager::fileExistsAtPath(_applicationsDirectory, &isDirectory) && isDirectory)
+        && !FileManager::createDirectoryAtPath(_applicationsDirectory, true, &error))
         logMessage(LogPriority::Error, "Applications directory unusable: " + error);
     rescan();
 }
@@ -134,15 +136,21 @@ void DirectoryApplicationWorkspace::rescan()
         if (name.front() == '.' || Path::extension(name) != Bundle::bundleExtension)
             continue;
         auto path = Path::appendingComponent(_applicationsDirectory, name);
+        // The manifest alone tells whether a bundle changed: installers replace
+        // bundles whole, and a stat per bundle is most of what a rescan costs.
         ScannedBundle current {
-            .directoryIdentity = FileManager::identityOfItemAtPath(path),
             .manifestIdentity
             = FileManager::identityOfItemAtPath(Path::appendingComponent(path, Bundle::manifestFileName)),
         };
+        if (!current.manifestIdentity) {
+            bool isDirectory = false;
+            if (!FileManager::fileExistsAtPath(path, &isDirectory) || !isDirectory)
+                continue;
+        }
         auto known = _scanned.find(path);
-        bool fresh = known == _scanned.end() || known->second.directoryIdentity != current.directoryIdentity
-            || known->second.manifestIdentity != current.manifestIdentity;
-        current.bundle = fresh ? Bundle::bundleWithPath(path) : known->second.bundle;
+        bool fresh = known == _scanned.end() || known->second.manifestIdentity != current.manifestIdentity;
+        // An unreadable directory reads as a bundle without a manifest and is skipped below.
+        current.bundle = fresh ? std::make_shared<Bundle>(path) : known->second.bundle;
         auto bundle = current.bundle;
         scanned.emplace(path, std::move(current));
         if (!bundle)
@@ -165,6 +173,16 @@ void DirectoryApplicationWorkspace::rescan()
 
     std::map<std::string, Entry, std::less<>> applications;
     std::vector<std::shared_ptr<ApplicationProxy>> installed;
+    // A stat is much cheaper than a mkdir that fails (no lock on the parent),
+    // and most containers exist.
+    auto createContainer = [this](const std::string& path, std::string& error) {
+        bool isDirectory = false;
+        if (FileManager::fileExistsAtPath(path, &isDirectory) && isDirectory)
+            return true;
+        return FileManager::createDirectoryAtPath(_containersDirectory, true, &error)
+            && (FileManager::createDirectoryAtPath(path, false, &error)
+                || (FileManager::fileExistsAtPath(path, &isDirectory) && isDirectory));
+    };
     for (auto& [identifier, bundles] : candidates) {
         auto old = previous.find(identifier);
         // The bundle that already had the identifier keeps it; otherwise the first by name.
@@ -189,7 +207,7 @@ void DirectoryApplicationWorkspace::rescan()
         std::string container;
         if (isNew || old->second.bundle != bundle) {
             container = Path::appendingComponent(_containersDirectory, identifier);
-            if (!FileManager::createDirectoryAtPath(container, true, &error)) {
+            if (!createContainer(container, error)) {
                 logMessage(LogPriority::Error, "No data container for " + identifier + ": " + error);
                 container.clear();
             }

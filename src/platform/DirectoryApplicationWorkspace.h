@@ -50,7 +50,6 @@ private:
     };
     struct ScannedBundle {
         std::shared_ptr<Bundle> bundle;
-        std::optional<FileManager::FileIdentity> directoryIdentity;
         std::optional<FileManager::FileIdentity> manifestIdentity;
     };
 

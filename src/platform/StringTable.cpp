@@ -383,8 +383,20 @@ std::optional<Value::Dictionary> StringTable::parse(const void* bytes, size_t le
 
 std::optional<Value::Dictionary> StringTable::read(const Bytes& bytes, std::string* error)
 {
-    if (!looksLikePropertyList(bytes.data(), bytes.size()))
-        return parse(bytes.data(), bytes.size(), error);
+    auto table = readValue(bytes, error);
+    if (!table)
+        return std::nullopt;
+    return table->dictionaryValue();
+}
+
+std::optional<Value> StringTable::readValue(const Bytes& bytes, std::string* error)
+{
+    if (!looksLikePropertyList(bytes.data(), bytes.size())) {
+        auto table = parse(bytes.data(), bytes.size(), error);
+        if (!table)
+            return std::nullopt;
+        return Value(std::move(*table));
+    }
     auto list = PropertyList::read(bytes, error);
     if (!list)
         return std::nullopt;
@@ -402,7 +414,7 @@ std::optional<Value::Dictionary> StringTable::read(const Bytes& bytes, std::stri
             return std::nullopt;
         }
     }
-    return list->dictionaryValue();
+    return list;
 }
 
 std::string StringTable::text(const Value::Dictionary& table)

@@ -29,6 +29,8 @@ public:
         const void* bytes, size_t length, std::string* error = nullptr);
     // A property list when the bytes look like one, the text form otherwise.
     static std::optional<Value::Dictionary> read(const Bytes& bytes, std::string* error = nullptr);
+    // As read(), as a dictionary value: a property list's dictionary is kept, not copied.
+    static std::optional<Value> readValue(const Bytes& bytes, std::string* error = nullptr);
     // The text form of a table whose keys and values are strings; parse() reads
     // it back equal. Other values are left out.
     static std::string text(const Value::Dictionary& table);
