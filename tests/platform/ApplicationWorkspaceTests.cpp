@@ -10,11 +10,13 @@
 
 #include "platform/TemporaryDirectory.h"
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstdlib>
 #include <gtest/gtest.h>
 #include <mutex>
+#include <thread>
 
 using namespace tessel;
 
@@ -279,6 +281,38 @@ TEST_F(ApplicationWorkspaceTest, DuplicateIdentifiers)
         workspace().applicationProxyForIdentifier("com.example.twin")->bundlePath(), bundleAt("a.tapp"));
     EXPECT_EQ(observer->installs.size(), 1u);
     EXPECT_TRUE(observer->uninstalls.empty());
+}
+
+// Meant for the ThreadSanitizer build: lookups race rescans and first table reads.
+TEST_F(ApplicationWorkspaceTest, LookupsWhileRescanning)
+{
+    ASSERT_TRUE(workspace().install({ .identifier = "com.example.busy",
+        .strings = { { "en", { { "Localizable", { { "k", "v" } } } } } } }));
+    std::vector<std::thread> readers;
+    std::atomic<int> wrong { 0 };
+    for (int t = 0; t < 4; ++t) {
+        readers.emplace_back([&] {
+            for (int i = 0; i < 200; ++i) {
+                auto bundle = workspace().bundleForIdentifier("com.example.busy");
+                if (!bundle || bundle->localizedStringForKey("k", "", "") != "v"
+                    || !workspace().applicationProxyForIdentifier("com.example.busy"))
+                    ++wrong;
+            }
+        });
+    }
+    auto observer = observe();
+    for (int i = 0; i < 20; ++i) {
+        writeBundle(
+            bundleAt("extra.tapp"), Value(Value::Dictionary { { "Identifier", "com.example.extra" } }));
+        workspace().rescan();
+        FileManager::removeItemAtPath(bundleAt("extra.tapp"));
+        workspace().rescan();
+    }
+    for (auto& reader : readers)
+        reader.join();
+    EXPECT_EQ(wrong, 0);
+    EXPECT_EQ(observer->installs.size(), 20u);
+    EXPECT_EQ(observer->uninstalls.size(), 20u);
 }
 
 TEST(LinuxApplicationWorkspace, WatcherNoticesBundlesCopiedInAndRemoved)
