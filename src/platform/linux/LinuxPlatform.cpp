@@ -8,6 +8,7 @@
 #include "platform/Path.h"
 #include "platform/Preferences.h"
 #include "platform/SystemNotificationCenter.h"
+#include "platform/linux/LinuxApplicationWorkspace.h"
 #include "platform/linux/SyslogSystemLog.h"
 #include "platform/linux/SystemClock.h"
 
@@ -41,6 +42,7 @@ std::shared_ptr<Platform> LinuxPlatform::make()
             auto strong = weakClock.lock();
             return strong ? strong->now() : Date();
         });
+    platform->workspace = LinuxApplicationWorkspace::make(platform->libraryDirectory);
     return platform;
 }
 

@@ -10,6 +10,7 @@
 #include "platform/WorkQueue.h"
 #include "platform/sim/CapturedSystemLog.h"
 #include "platform/sim/ManualClock.h"
+#include "platform/sim/SimulatedApplicationWorkspace.h"
 
 #include <cstdlib>
 #include <stdexcept>
@@ -54,6 +55,7 @@ SimulatedDevice::SimulatedDevice(Date start)
             auto strong = clock.lock();
             return strong ? strong->now() : Date();
         });
+    platform.workspace = std::make_shared<SimulatedApplicationWorkspace>(platform.libraryDirectory);
     Platform::install(_platform);
 }
 
@@ -72,6 +74,11 @@ void SimulatedDevice::advance(double seconds)
 }
 
 void SimulatedDevice::waitUntilIdle() { WorkQueue::waitUntilIdle(); }
+
+SimulatedApplicationWorkspace& SimulatedDevice::applicationWorkspace()
+{
+    return static_cast<SimulatedApplicationWorkspace&>(*_platform->workspace);
+}
 
 std::vector<std::string> SimulatedDevice::fileLogLines(const std::string& loggerName) const
 {

@@ -12,6 +12,7 @@ namespace tessel {
 
 class CapturedSystemLog;
 class InProcessSystemNotificationCenter;
+class SimulatedApplicationWorkspace;
 
 // A whole device in memory for tests and benchmarks: a temporary Library
 // directory, a manual clock, captured logs and in-process notification centers.
@@ -29,6 +30,7 @@ public:
     ManualClock& clock() { return *_clock; }
     CapturedSystemLog& systemLog() { return *_systemLog; }
     InProcessSystemNotificationCenter& systemNotificationCenter() { return *_systemNotificationCenter; }
+    SimulatedApplicationWorkspace& applicationWorkspace();
 
     // Moves the clock on, firing due timers in date order, and lets all work finish.
     void advance(double seconds);
