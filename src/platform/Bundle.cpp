@@ -180,19 +180,26 @@ Value Bundle::table(const std::string& localization, std::string_view name) cons
     return entry->second;
 }
 
+std::optional<std::string> Bundle::stringForKey(std::string_view key, std::string_view table) const
+{
+    std::string_view tableName = table.empty() ? std::string_view("Localizable") : table;
+    if (!isPlainName(tableName))
+        return std::nullopt;
+    for (const auto& localization : searchLocalizations()) {
+        auto strings = this->table(localization, tableName);
+        const auto& entries = strings.dictionaryValue();
+        auto found = entries.find(key);
+        if (found != entries.end())
+            return found->second.stringValue();
+    }
+    return std::nullopt;
+}
+
 std::string Bundle::localizedStringForKey(
     std::string_view key, std::string_view value, std::string_view table) const
 {
-    std::string_view tableName = table.empty() ? std::string_view("Localizable") : table;
-    if (isPlainName(tableName)) {
-        for (const auto& localization : searchLocalizations()) {
-            auto strings = this->table(localization, tableName);
-            const auto& entries = strings.dictionaryValue();
-            auto found = entries.find(key);
-            if (found != entries.end())
-                return found->second.stringValue();
-        }
-    }
+    if (auto found = stringForKey(key, table))
+        return *found;
     return std::string(value.empty() ? key : value);
 }
 

@@ -5,6 +5,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -63,6 +64,9 @@ public:
     // key in table (empty: "Localizable") of the first preferred localization
     // that has it, then of the development localization; otherwise value when
     // non-empty, else key.
+    // The text of key in table (empty = "Localizable") of the first search
+    // localization that has it; absent when none has.
+    std::optional<std::string> stringForKey(std::string_view key, std::string_view table) const;
     std::string localizedStringForKey(
         std::string_view key, std::string_view value, std::string_view table) const;
     // DisplayName from the Manifest table, else the manifest's, else the identifier.

@@ -33,7 +33,7 @@ public:
     void removeObserver(const std::shared_ptr<ApplicationWorkspaceObserver>& observer) override;
 
     // The bundle of an installed application, or null.
-    std::shared_ptr<Bundle> bundleForIdentifier(const std::string& bundleIdentifier);
+    std::shared_ptr<Bundle> bundleForIdentifier(const std::string& bundleIdentifier) override;
 
     // Re-reads the directory and tells observers, on this thread, what was
     // installed (new or changed) and uninstalled. Rescans run one at a time and

@@ -8,6 +8,7 @@
 #include "platform/Preferences.h"
 #include "platform/SystemLog.h"
 #include "platform/WorkQueue.h"
+#include "server/KTApplicationProxyAdditions.h"
 
 #include <algorithm>
 #include <mutex>
@@ -359,10 +360,10 @@ std::optional<Date> KTNotificationStore::lastUpdateDateForBundleID(const std::st
     });
 }
 
-std::string KTNotificationStore::pathForSoundName(const std::string&, const std::string&)
+std::string KTNotificationStore::pathForSoundName(const std::string& soundName, const std::string& bundleID)
 {
-    // Sounds resolve once installed applications can be looked up.
-    return {};
+    auto application = kt_applicationProxyForBundleIdentifier(bundleID);
+    return application ? kt_pathForSoundName(*application, soundName) : std::string();
 }
 
 void KTNotificationStore::makeTestNotificationStores()

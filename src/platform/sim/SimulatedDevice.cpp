@@ -11,6 +11,7 @@
 #include "platform/sim/CapturedSystemLog.h"
 #include "platform/sim/ManualClock.h"
 #include "platform/sim/SimulatedApplicationWorkspace.h"
+#include "platform/sim/SimulatedSystemAlerts.h"
 
 #include <cstdlib>
 #include <stdexcept>
@@ -36,6 +37,7 @@ SimulatedDevice::SimulatedDevice(Date start)
     , _clock(std::make_shared<ManualClock>(start))
     , _systemLog(std::make_shared<CapturedSystemLog>())
     , _systemNotificationCenter(std::make_shared<InProcessSystemNotificationCenter>())
+    , _systemAlerts(std::make_shared<SimulatedSystemAlerts>())
 {
     auto& platform = *_platform;
     platform.libraryDirectory = makeTemporaryLibrary();
@@ -56,6 +58,7 @@ SimulatedDevice::SimulatedDevice(Date start)
             return strong ? strong->now() : Date();
         });
     platform.workspace = std::make_shared<SimulatedApplicationWorkspace>(platform.libraryDirectory);
+    platform.systemAlerts = _systemAlerts;
     Platform::install(_platform);
 }
 

@@ -12,6 +12,7 @@ namespace tessel {
 
 class CapturedSystemLog;
 class InProcessSystemNotificationCenter;
+class SimulatedSystemAlerts;
 class SimulatedApplicationWorkspace;
 
 // A whole device in memory for tests and benchmarks: a temporary Library
@@ -30,6 +31,7 @@ public:
     ManualClock& clock() { return *_clock; }
     CapturedSystemLog& systemLog() { return *_systemLog; }
     InProcessSystemNotificationCenter& systemNotificationCenter() { return *_systemNotificationCenter; }
+    SimulatedSystemAlerts& systemAlerts() { return *_systemAlerts; }
     SimulatedApplicationWorkspace& applicationWorkspace();
 
     // Moves the clock on, firing due timers in date order, and lets all work finish.
@@ -43,6 +45,7 @@ private:
     std::shared_ptr<ManualClock> _clock;
     std::shared_ptr<CapturedSystemLog> _systemLog;
     std::shared_ptr<InProcessSystemNotificationCenter> _systemNotificationCenter;
+    std::shared_ptr<SimulatedSystemAlerts> _systemAlerts;
 };
 
 } // namespace tessel
