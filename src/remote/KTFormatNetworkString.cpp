@@ -2,6 +2,8 @@
 
 #include "platform/Utf8.h"
 
+#include <algorithm>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <tessel/Tessel.h>
@@ -12,20 +14,30 @@ namespace {
 
     bool isDigit(char c) { return c >= '0' && c <= '9'; }
 
-    // Strings are appended as they are, everything else by its description.
-    void appendArgument(std::string& out, const std::vector<Value>& arguments, size_t index)
+    // Strings are appended as they are, everything else by its description. Notes
+    // when the text could make the output invalid UTF-8.
+    void appendArgument(std::string& out, const std::vector<Value>& arguments, size_t index, bool& needsCheck)
     {
-        if (index >= arguments.size()) {
+        if (index >= arguments.size() || arguments[index].isNull()) {
             out += KTNetworkStringNullPlaceholder;
             return;
         }
         const Value& argument = arguments[index];
-        if (argument.isString())
-            out += argument.stringValue();
-        else if (argument.isNull())
-            out += KTNetworkStringNullPlaceholder;
-        else
-            out += argument.description();
+        std::string description;
+        const std::string& text
+            = argument.isString() ? argument.stringValue() : (description = argument.description());
+        if (!Utf8::isValid(text))
+            needsCheck = true;
+        out += text;
+    }
+
+    // Written as a plain reduction so the compiler can vectorize it.
+    bool isAscii(std::string_view text)
+    {
+        unsigned char bits = 0;
+        for (char c : text)
+            bits |= static_cast<unsigned char>(c);
+        return bits < 0x80;
     }
 
     // Reads the digit run at format[at..]; saturates so a huge number is just out of range.
@@ -52,11 +64,11 @@ std::optional<std::string> KTFormatNetworkString(
     out.reserve(text.size());
     size_t sequential = 0;
     size_t at = 0;
+    // An ASCII format and well-formed arguments can only give well-formed
+    // output; anything else is checked once at the end.
+    bool needsCheck = !isAscii(text);
     while (at < text.size()) {
-        // Copy the run up to the next "%" in one go.
-        auto percent = text.find('%', at);
-        if (percent == std::string_view::npos)
-            percent = text.size();
+        size_t percent = std::min(text.find('%', at), text.size());
         out.append(text.substr(at, percent - at));
         at = percent;
         if (at >= text.size())
@@ -66,7 +78,7 @@ std::optional<std::string> KTFormatNetworkString(
             break;
         char next = text[at];
         if (next == '@') {
-            appendArgument(out, arguments, sequential++);
+            appendArgument(out, arguments, sequential++, needsCheck);
             ++at;
         } else if (next == '%') {
             out += '%';
@@ -74,14 +86,14 @@ std::optional<std::string> KTFormatNetworkString(
         } else if (isDigit(next)) {
             size_t number = readNumber(text, at);
             if (at + 1 < text.size() && text[at] == '$' && text[at + 1] == '@') {
-                appendArgument(out, arguments, number - 1);
+                appendArgument(out, arguments, number - 1, needsCheck);
                 at += 2;
             }
         } else {
             ++at;
         }
     }
-    if (!Utf8::isValid(out))
+    if (needsCheck && !Utf8::isValid(out))
         return std::nullopt;
     return out;
 }
