@@ -104,8 +104,8 @@ TESSEL_EXPORT char* KTFormatNetworkString(
 /* Localizes key in the bundle at bundlePath (its default table) and fills in the
  * arguments (NULL ones stand for missing ones); else the default value as it
  * stands; else the key. NULL when nothing non-empty is left. free() the result. */
-TESSEL_EXPORT char* KTNotificationLocalizedString(const char* key, const char* defaultValue, const char* bundlePath,
-    const char* const* arguments, size_t argumentCount);
+TESSEL_EXPORT char* KTNotificationLocalizedString(const char* key, const char* defaultValue,
+    const char* bundlePath, const char* const* arguments, size_t argumentCount);
 
 /* Asks the user whether the application may send notifications; completion gets
  * 1 allowed, 0 denied, -1 neither. Never called when the alert cannot be shown. */

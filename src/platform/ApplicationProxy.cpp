@@ -4,7 +4,8 @@
 
 namespace tessel {
 
-std::shared_ptr<ApplicationProxy> ApplicationProxy::applicationProxyForIdentifier(const std::string& bundleIdentifier)
+std::shared_ptr<ApplicationProxy> ApplicationProxy::applicationProxyForIdentifier(
+    const std::string& bundleIdentifier)
 {
     auto workspace = ApplicationWorkspace::defaultWorkspace();
     return workspace ? workspace->applicationProxyForIdentifier(bundleIdentifier) : nullptr;

@@ -30,7 +30,8 @@ public:
     }
 
     // The record of the default workspace for the identifier, or null when unknown.
-    static std::shared_ptr<ApplicationProxy> applicationProxyForIdentifier(const std::string& bundleIdentifier);
+    static std::shared_ptr<ApplicationProxy> applicationProxyForIdentifier(
+        const std::string& bundleIdentifier);
 
     const std::string& bundleIdentifier() const { return _fields.bundleIdentifier; }
     bool isInstalled() const { return _fields.installed; }

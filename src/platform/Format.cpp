@@ -15,7 +15,7 @@ namespace {
         return c == 'h' || c == 'l' || c == 'q' || c == 'z' || c == 'j' || c == 't' || c == 'L';
     }
 
-    // One conversion specification, as parsed from the format.
+    // One conversion, as parsed from the format.
     struct Directive {
         std::string flags;
         std::string width;
@@ -81,8 +81,8 @@ namespace {
                 appendPrintf(out, directive.printfFormat("ll", directive.conversion),
                     static_cast<long long>(value.signedValue()));
             else
-                appendPrintf(
-                    out, directive.printfFormat("", directive.conversion), static_cast<int>(value.signedValue()));
+                appendPrintf(out, directive.printfFormat("", directive.conversion),
+                    static_cast<int>(value.signedValue()));
             break;
         case 'u':
         case 'x':

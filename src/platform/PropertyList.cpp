@@ -441,7 +441,6 @@ namespace {
         return nullptr;
     }
 
-
 } // namespace
 
 bool PropertyList::canHoldString(std::string_view text) { return Utf8::isValid(text, false); }
