@@ -3,6 +3,7 @@
 #include "platform/Path.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -290,6 +291,29 @@ bool FileManager::isSymbolicLinkAtPath(const std::string& path)
 {
     struct stat status { };
     return lstat(path.c_str(), &status) == 0 && S_ISLNK(status.st_mode);
+}
+
+size_t FileManager::removeAbandonedTemporaryFiles(const std::string& directory)
+{
+    size_t removed = 0;
+    // Names as temporaryPathNextTo makes them: ".<name>.<16 hex digits>.tmp".
+    auto isTemporaryName = [](std::string_view name) {
+        constexpr size_t tail = 1 + 16 + 4;
+        if (name.size() < 1 + tail + 1 || name.front() != '.' || !name.ends_with(".tmp"))
+            return false;
+        auto digits = name.substr(name.size() - tail + 1, 16);
+        return name[name.size() - tail] == '.' && std::all_of(digits.begin(), digits.end(), [](char c) {
+            return std::isxdigit(static_cast<unsigned char>(c));
+        });
+    };
+    for (const auto& name : contentsOfDirectoryAtPath(directory).value_or(std::vector<std::string> {})) {
+        auto path = Path::appendingComponent(directory, name);
+        bool isDirectory = false;
+        if (isTemporaryName(name) && !isSymbolicLinkAtPath(path) && fileExistsAtPath(path, &isDirectory)
+            && !isDirectory && unlink(path.c_str()) == 0)
+            ++removed;
+    }
+    return removed;
 }
 
 std::optional<FileManager::FileIdentity> FileManager::identityOfItemAtPath(const std::string& path)

@@ -47,6 +47,9 @@ public:
     static bool isSymbolicLinkAtPath(const std::string& path);
     // Whole seconds since 1970.
     static std::optional<FileIdentity> identityOfItemAtPath(const std::string& path);
+    // Removes the temporary files that writes killed midway left in a directory;
+    // only for a directory whose writers are all gone. Answers how many.
+    static size_t removeAbandonedTemporaryFiles(const std::string& directory);
     static std::optional<int64_t> modificationTime(const std::string& path, std::string* error = nullptr);
     // Entry names without "." and "..", sorted by name.
     static std::optional<std::vector<std::string>> contentsOfDirectoryAtPath(

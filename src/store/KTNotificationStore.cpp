@@ -34,7 +34,11 @@ KTNotificationStore::KTNotificationStore()
     : _notificationsQueue(WorkQueue::create("com.tamber.VYPushStore.notifications"))
     , _settingsQueue(WorkQueue::create("com.tamber.VYPushStore.settings"))
 {
-    FileManager::createDirectoryAtPath(storeDirectory(), true);
+    auto directory = storeDirectory();
+    FileManager::createDirectoryAtPath(directory, true);
+    // A save killed midway leaves its temporary file; it would read as an application.
+    if (auto removed = FileManager::removeAbandonedTemporaryFiles(directory))
+        log("Removed %lu abandoned temporary files from %@", removed, directory);
 }
 
 KTNotificationStore::~KTNotificationStore() = default;

@@ -45,7 +45,6 @@ TEST(NotificationStoreCrashSafety, AKilledSaveLeavesAWholeStore)
         = Path::appendingComponent(KTNotificationStore::storeDirectory(), "com.example.crash.pushstore");
     std::mt19937 random(20261122);
     std::uniform_int_distribution<int> delay(0, 20000);
-    int64_t lastBadge = -1;
     for (int round = 0; round < 12; ++round) {
         pid_t child = startSaver(device.libraryDirectory());
         ASSERT_GT(child, 0);
@@ -65,9 +64,18 @@ TEST(NotificationStoreCrashSafety, AKilledSaveLeavesAWholeStore)
         ASSERT_GE(list->length(), 1u);
         ASSERT_LE(list->length(), 101u);
         // Every round starts again at 0, so the newest badge only tells the file is whole.
-        lastBadge = list->at(0)[KTNotificationStoreBadgeNumberKey].integerValue();
-        EXPECT_GE(lastBadge, 0);
+        EXPECT_GE(list->at(0)[KTNotificationStoreBadgeNumberKey].integerValue(), 0);
     }
+    // Whatever temporary files the kills left are gone once a store starts.
+    FileManager::writeAtomically(path + ".leftover", Bytes { 1 });
+    auto planted = Path::appendingComponent(
+        KTNotificationStore::storeDirectory(), ".com.example.crash.pushstore.0123456789abcdef.tmp");
+    ASSERT_TRUE(FileManager::writeAtomically(planted, Bytes { 1 }));
+    KTNotificationStore::sharedInstance();
+    auto entries = FileManager::contentsOfDirectoryAtPath(KTNotificationStore::storeDirectory());
+    ASSERT_TRUE(entries);
+    EXPECT_EQ(*entries,
+        (std::vector<std::string> { "com.example.crash.pushstore", "com.example.crash.pushstore.leftover" }));
 }
 
 } // namespace
