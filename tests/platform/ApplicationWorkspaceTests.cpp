@@ -284,7 +284,7 @@ TEST_F(ApplicationWorkspaceTest, DuplicateIdentifiers)
 }
 
 // Meant for the ThreadSanitizer build: lookups race rescans and first table reads.
-TEST_F(ApplicationWorkspaceTest, LookupsWhileRescanning)
+TEST_F(ApplicationWorkspaceTest, ConcurrentLookupsWhileRescanning)
 {
     ASSERT_TRUE(workspace().install({ .identifier = "com.example.busy",
         .strings = { { "en", { { "Localizable", { { "k", "v" } } } } } } }));
