@@ -4,6 +4,7 @@
 #include "platform/sim/SimulatedDevice.h"
 
 #include <csignal>
+#include <cstdio>
 #include <gtest/gtest.h>
 #include <random>
 #include <sqlite3.h>
@@ -43,35 +44,18 @@ Writer startWriter(const std::string& library)
     return { child, pipeEnds[0] };
 }
 
-// The writer's lines; a line cut short by the kill is not counted.
-class Lines {
-public:
-    explicit Lines(int fd)
-        : _fd(fd)
-    {
-    }
-    // False at the end of the output.
-    bool next(std::string& line)
-    {
-        for (;;) {
-            auto end = _buffer.find('\n');
-            if (end != std::string::npos) {
-                line = _buffer.substr(0, end);
-                _buffer.erase(0, end + 1);
-                return true;
-            }
-            char chunk[4096];
-            ssize_t count = read(_fd, chunk, sizeof chunk);
-            if (count <= 0)
-                return false;
-            _buffer.append(chunk, static_cast<size_t>(count));
-        }
-    }
-
-private:
-    int _fd;
-    std::string _buffer;
-};
+// The writer's next whole line; a line cut short by the kill does not count.
+bool nextLine(FILE* output, std::string& line)
+{
+    char* buffer = nullptr;
+    size_t capacity = 0;
+    ssize_t length = getline(&buffer, &capacity, output);
+    bool whole = length > 0 && buffer[length - 1] == '\n';
+    if (whole)
+        line.assign(buffer, static_cast<size_t>(length - 1));
+    free(buffer);
+    return whole;
+}
 
 std::string integrityCheck(const std::string& path)
 {
@@ -103,10 +87,11 @@ TEST(ApplicationDataStoreCrashSafety, EveryCompletedWriteSurvivesSIGKILL)
         SCOPED_TRACE("round " + std::to_string(round));
         auto writer = startWriter(device.libraryDirectory());
         ASSERT_GT(writer.pid, 0);
-        Lines lines(writer.output);
+        FILE* output = fdopen(writer.output, "r");
+        ASSERT_TRUE(output);
         std::string line;
         // Killing before the first write proves nothing.
-        bool started = lines.next(line);
+        bool started = nextLine(output, line);
         if (started)
             usleep(static_cast<useconds_t>(delay(random)));
         kill(writer.pid, SIGKILL);
@@ -122,8 +107,8 @@ TEST(ApplicationDataStoreCrashSafety, EveryCompletedWriteSurvivesSIGKILL)
                 lastPlain = number;
             else if (std::sscanf(line.c_str(), "archived %lld", &number) == 1)
                 lastArchived = number;
-        } while (lines.next(line));
-        close(writer.output);
+        } while (nextLine(output, line));
+        fclose(output);
         ASSERT_GT(lastPlain, previous);
 
         EXPECT_EQ(integrityCheck(path), "ok");

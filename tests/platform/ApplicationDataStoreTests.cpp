@@ -349,7 +349,7 @@ TEST_F(ApplicationDataStoreTest, AnUnusableLocationFailsWithoutCrashing)
     EXPECT_TRUE(withoutDatabase.archivedObjectForKey("key").isNull());
 }
 
-TEST_F(ApplicationDataStoreTest, ManyThreadsWriteAndReadAtOnce)
+TEST_F(ApplicationDataStoreTest, ConcurrentWritesAndReadsAcrossApplications)
 {
     constexpr int threads = 8;
     constexpr int writes = 50;

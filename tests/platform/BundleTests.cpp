@@ -58,9 +58,7 @@ TEST_F(BundleTest, OnlyReadableDirectoriesAreBundles)
 
 TEST_F(BundleTest, Manifest)
 {
-    Value::Dictionary good { { "Identifier", "com.example.app" }, { "DisplayName", "Example" },
-        { "ApplicationType", "System" }, { "KTRequiresLocalNotifications", true },
-        { "Entitlements", Value(Value::Dictionary { { "push-environment", "development" } }) } };
+    Value::Dictionary good { { "Identifier", "com.example.app" }, { "DisplayName", "Example" } };
     struct Case {
         const char* name;
         std::optional<std::string> manifest; // absent: no manifest file
@@ -94,10 +92,6 @@ TEST_F(BundleTest, Manifest)
             EXPECT_EQ(bundle->infoDictionary().length(), 0u);
         }
     }
-    writeManifest(good);
-    auto bundle = open();
-    EXPECT_TRUE(bundle->infoDictionary()["KTRequiresLocalNotifications"].boolValue());
-    EXPECT_EQ(bundle->infoDictionary()["Entitlements"]["push-environment"], Value("development"));
 }
 
 TEST_F(BundleTest, DevelopmentLocalization)

@@ -28,43 +28,43 @@ std::vector<std::string> listing(const std::string& path)
     return FileManager::contentsOfDirectoryAtPath(path).value_or(std::vector<std::string> { "<absent>" });
 }
 
-TEST(FileManager, WriteAtomicallyCreatesAndReplaces)
+mode_t permissions(const std::string& path)
 {
+    struct stat status { };
+    return stat(path.c_str(), &status) == 0 ? status.st_mode & 0777 : 0;
+}
+
+class FileManagerTest : public testing::Test {
+protected:
+    void write(const std::string& name, std::string_view text = "x")
+    {
+        ASSERT_TRUE(FileManager::writeAtomically(directory / name, bytesOf(text))) << name;
+    }
+
     TemporaryDirectory directory;
+};
+
+TEST_F(FileManagerTest, WriteAtomicallyCreatesAndReplaces)
+{
     std::string path = directory / "settings.plist";
     mode_t oldMask = umask(022);
     for (bool durable : { true, false }) {
-        std::string error;
-        ASSERT_TRUE(FileManager::writeAtomically(path, bytesOf("first"), &error, durable)) << error;
-        EXPECT_EQ(textAt(path), "first");
-        ASSERT_TRUE(FileManager::writeAtomically(path, bytesOf("second, longer"), &error, durable)) << error;
-        EXPECT_EQ(textAt(path), "second, longer");
-        ASSERT_TRUE(FileManager::writeAtomically(path, Bytes {}, &error, durable)) << error;
-        EXPECT_EQ(textAt(path), "");
+        for (std::string text : { "first", "second, longer", "" }) {
+            std::string error;
+            ASSERT_TRUE(FileManager::writeAtomically(path, bytesOf(text), &error, durable)) << error;
+            EXPECT_EQ(textAt(path), text);
+        }
     }
     umask(oldMask);
-    struct stat status { };
-    ASSERT_EQ(stat(path.c_str(), &status), 0);
-    EXPECT_EQ(status.st_mode & 0777, 0644u);
+    EXPECT_EQ(permissions(path), 0644u);
     EXPECT_EQ(listing(directory.path()), std::vector<std::string> { "settings.plist" });
 }
 
-TEST(FileManager, WriteAtomicallyIntoMissingDirectoryReportsAndLeavesNothing)
+TEST_F(FileManagerTest, FailedWriteKeepsTheOldFileWhole)
 {
-    TemporaryDirectory directory;
-    std::string error;
-    EXPECT_FALSE(FileManager::writeAtomically(directory / "missing/file", bytesOf("x"), &error));
-    EXPECT_EQ(error.rfind("open " + directory.path() + "/missing/.file.", 0), 0u) << error;
-    EXPECT_NE(error.find(": No such file or directory"), std::string::npos) << error;
-    EXPECT_TRUE(listing(directory.path()).empty());
-}
-
-TEST(FileManager, FailedWriteKeepsTheOldFileWhole)
-{
-    TemporaryDirectory directory;
     std::string path = directory / "state";
     std::string old(1000, 'o');
-    ASSERT_TRUE(FileManager::writeAtomically(path, bytesOf(old)));
+    write("state", old);
 
     pid_t child = fork();
     ASSERT_GE(child, 0);
@@ -88,51 +88,59 @@ TEST(FileManager, FailedWriteKeepsTheOldFileWhole)
     EXPECT_EQ(listing(directory.path()), std::vector<std::string> { "state" });
 }
 
-TEST(FileManager, ContentsRespectTheMaximumLength)
+TEST_F(FileManagerTest, FailuresNameTheCallThePathAndTheCause)
 {
-    TemporaryDirectory directory;
-    std::string path = directory / "data";
-    ASSERT_TRUE(FileManager::writeAtomically(path, Bytes(5000, 7)));
-    struct Case {
-        size_t maximum;
-        bool readable;
-    };
-    for (auto [maximum, readable] :
-        { Case { 5000, true }, Case { 100000, true }, Case { 4999, false }, Case { 0, false } }) {
-        std::string error;
-        auto contents = FileManager::contentsAtPath(path, &error, maximum);
-        EXPECT_EQ(contents.has_value(), readable) << maximum;
-        if (contents)
-            EXPECT_EQ(*contents, Bytes(5000, 7));
-        else
-            EXPECT_EQ(error, "read " + path + ": " + strerror(EFBIG));
-    }
-}
-
-TEST(FileManager, ContentsFailuresAreReported)
-{
-    TemporaryDirectory directory;
+    write("file");
+    write("data", std::string(5000, 'd'));
     ASSERT_EQ(mkfifo((directory / "fifo").c_str(), 0600), 0);
+    write("a", "A");
+    write("b", "B");
+    auto d = [&](const char* name) { return directory / name; };
     struct Case {
-        std::string path;
-        std::string error;
+        std::function<bool(std::string*)> call;
+        std::string prefix;
+        int cause;
     };
     const Case cases[] = {
-        { directory / "missing", "open " + (directory / "missing") + ": " + strerror(ENOENT) },
-        { directory.path(), "read " + directory.path() + ": " + strerror(EISDIR) },
-        { directory / "fifo", "read " + (directory / "fifo") + ": " + strerror(EINVAL) },
+        // The temporary name after the prefix is random.
+        { [&](auto e) { return FileManager::writeAtomically(d("missing/f"), bytesOf("x"), e); },
+            "open " + d("missing/.f."), ENOENT },
+        { [&](auto e) { return !!FileManager::contentsAtPath(d("missing"), e); }, "open " + d("missing"),
+            ENOENT },
+        { [&](auto e) { return !!FileManager::contentsAtPath(directory.path(), e); },
+            "read " + directory.path(), EISDIR },
+        { [&](auto e) { return !!FileManager::contentsAtPath(d("fifo"), e); }, "read " + d("fifo"), EINVAL },
+        { [&](auto e) { return !!FileManager::contentsAtPath(d("data"), e, 4999); }, "read " + d("data"),
+            EFBIG },
+        { [&](auto e) { return !!FileManager::contentsAtPath(d("data"), e, 0); }, "read " + d("data"),
+            EFBIG },
+        { [&](auto e) { return !!FileManager::modificationTime(d("missing"), e); }, "stat " + d("missing"),
+            ENOENT },
+        { [&](auto e) { return !!FileManager::contentsOfDirectoryAtPath(d("file"), e); },
+            "opendir " + d("file"), ENOTDIR },
+        { [&](auto e) { return FileManager::removeItemAtPath(d("missing"), e); }, "remove " + d("missing"),
+            ENOENT },
+        { [&](auto e) { return FileManager::moveItemAtPath(d("a"), d("b"), e); }, "move " + d("b"), EEXIST },
+        { [&](auto e) { return FileManager::moveItemAtPath(d("missing"), d("c"), e); },
+            "move " + d("missing"), ENOENT },
     };
     for (const auto& c : cases) {
         std::string error;
-        EXPECT_FALSE(FileManager::contentsAtPath(c.path, &error)) << c.path;
-        EXPECT_EQ(error, c.error);
+        EXPECT_FALSE(c.call(&error)) << c.prefix;
+        EXPECT_TRUE(error.starts_with(c.prefix)) << error;
+        EXPECT_TRUE(error.ends_with(std::string(": ") + strerror(c.cause))) << error;
     }
+    // Nothing was left behind or replaced on the way.
+    EXPECT_EQ(listing(directory.path()), (std::vector<std::string> { "a", "b", "data", "fifo", "file" }));
+    EXPECT_EQ(textAt(d("a")), "A");
+    EXPECT_EQ(textAt(d("b")), "B");
+    for (size_t maximum : { 5000, 100000 })
+        EXPECT_EQ(FileManager::contentsAtPath(d("data"), nullptr, maximum), bytesOf(std::string(5000, 'd')));
 }
 
-TEST(FileManager, ExistenceAndLinks)
+TEST_F(FileManagerTest, ExistenceAndLinks)
 {
-    TemporaryDirectory directory;
-    ASSERT_TRUE(FileManager::writeAtomically(directory / "file", bytesOf("x")));
+    write("file");
     ASSERT_TRUE(FileManager::createDirectoryAtPath(directory / "dir", false));
     ASSERT_EQ(symlink("file", (directory / "linkToFile").c_str()), 0);
     ASSERT_EQ(symlink("dir", (directory / "linkToDir").c_str()), 0);
@@ -160,41 +168,27 @@ TEST(FileManager, ExistenceAndLinks)
     }
 }
 
-TEST(FileManager, ModificationTime)
+TEST_F(FileManagerTest, ModificationTimeAndSortedListing)
 {
-    TemporaryDirectory directory;
-    std::string path = directory / "file";
-    ASSERT_TRUE(FileManager::writeAtomically(path, bytesOf("x")));
-    struct timespec times[2] = { { 1700000000, 0 }, { 1600000000, 999999999 } };
-    ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), times, 0), 0);
-    EXPECT_EQ(FileManager::modificationTime(path), 1600000000);
-    std::string error;
-    EXPECT_FALSE(FileManager::modificationTime(directory / "missing", &error));
-    EXPECT_EQ(error, "stat " + (directory / "missing") + ": " + strerror(ENOENT));
-}
-
-TEST(FileManager, DirectoryListingIsSortedWithoutDotEntries)
-{
-    TemporaryDirectory directory;
     for (const char* name : { "b", "a", ".hidden", "C", "a2" })
-        ASSERT_TRUE(FileManager::writeAtomically(directory / name, bytesOf("x")));
+        write(name);
     ASSERT_TRUE(FileManager::createDirectoryAtPath(directory / "d", false));
     EXPECT_EQ(listing(directory.path()), (std::vector<std::string> { ".hidden", "C", "a", "a2", "b", "d" }));
-    std::string error;
-    EXPECT_FALSE(FileManager::contentsOfDirectoryAtPath(directory / "b", &error));
-    EXPECT_EQ(error, "opendir " + (directory / "b") + ": " + strerror(ENOTDIR));
+
+    struct timespec times[2] = { { 1700000000, 0 }, { 1600000000, 999999999 } };
+    ASSERT_EQ(utimensat(AT_FDCWD, (directory / "a").c_str(), times, 0), 0);
+    EXPECT_EQ(FileManager::modificationTime(directory / "a"), 1600000000);
 }
 
-TEST(FileManager, RemoveTreeWithoutFollowingLinks)
+TEST_F(FileManagerTest, RemoveTreeWithoutFollowingLinks)
 {
-    TemporaryDirectory directory;
     std::string outside = directory / "outside";
-    ASSERT_TRUE(FileManager::createDirectoryAtPath(outside, false));
-    ASSERT_TRUE(FileManager::writeAtomically(outside + "/keep", bytesOf("k")));
     std::string tree = directory / "tree";
+    ASSERT_TRUE(FileManager::createDirectoryAtPath(outside, false));
+    write("outside/keep", "k");
     ASSERT_TRUE(FileManager::createDirectoryAtPath(tree + "/a/b/c", true));
-    ASSERT_TRUE(FileManager::writeAtomically(tree + "/a/b/c/f", bytesOf("x")));
-    ASSERT_TRUE(FileManager::writeAtomically(tree + "/top", bytesOf("x")));
+    write("tree/a/b/c/f");
+    write("tree/top");
     ASSERT_EQ(symlink(outside.c_str(), (tree + "/a/link").c_str()), 0);
 
     std::string error;
@@ -206,55 +200,34 @@ TEST(FileManager, RemoveTreeWithoutFollowingLinks)
     ASSERT_TRUE(FileManager::removeItemAtPath(directory / "link", &error)) << error;
     EXPECT_FALSE(FileManager::isSymbolicLinkAtPath(directory / "link"));
     EXPECT_EQ(textAt(outside + "/keep"), "k");
-
-    EXPECT_FALSE(FileManager::removeItemAtPath(directory / "missing", &error));
-    EXPECT_EQ(error, "remove " + (directory / "missing") + ": " + strerror(ENOENT));
 }
 
-TEST(FileManager, MoveRefusesToReplace)
+TEST_F(FileManagerTest, MoveWithinAndAcrossFileSystems)
 {
-    TemporaryDirectory directory;
-    ASSERT_TRUE(FileManager::writeAtomically(directory / "a", bytesOf("A")));
-    ASSERT_TRUE(FileManager::writeAtomically(directory / "b", bytesOf("B")));
+    write("a", "payload");
+    ASSERT_EQ(chmod((directory / "a").c_str(), 0600), 0);
     std::string error;
-    EXPECT_FALSE(FileManager::moveItemAtPath(directory / "a", directory / "b", &error));
-    EXPECT_EQ(error, "move " + (directory / "b") + ": " + strerror(EEXIST));
-    EXPECT_EQ(textAt(directory / "a"), "A");
-    EXPECT_EQ(textAt(directory / "b"), "B");
-
     ASSERT_TRUE(FileManager::moveItemAtPath(directory / "a", directory / "c", &error)) << error;
     EXPECT_FALSE(FileManager::fileExistsAtPath(directory / "a"));
-    EXPECT_EQ(textAt(directory / "c"), "A");
+    EXPECT_EQ(textAt(directory / "c"), "payload");
 
-    EXPECT_FALSE(FileManager::moveItemAtPath(directory / "a", directory / "d", &error));
-    EXPECT_EQ(error, "move " + (directory / "a") + ": " + strerror(ENOENT));
-}
-
-TEST(FileManager, MoveAcrossFileSystemsCopiesRegularFiles)
-{
-    TemporaryDirectory directory;
+    // Across file systems a regular file is copied with its mode.
     struct stat here { };
     struct stat there { };
     if (stat(directory.path().c_str(), &here) != 0 || stat("/dev/shm", &there) != 0
         || here.st_dev == there.st_dev || access("/dev/shm", W_OK) != 0)
         GTEST_SKIP() << "no second writable file system";
     std::string destination = "/dev/shm/tessel-move-" + std::to_string(getpid());
-    ASSERT_TRUE(FileManager::writeAtomically(directory / "a", bytesOf("payload")));
-    ASSERT_EQ(chmod((directory / "a").c_str(), 0600), 0);
-    std::string error;
-    ASSERT_TRUE(FileManager::moveItemAtPath(directory / "a", destination, &error)) << error;
-    EXPECT_FALSE(FileManager::fileExistsAtPath(directory / "a"));
+    ASSERT_TRUE(FileManager::moveItemAtPath(directory / "c", destination, &error)) << error;
+    EXPECT_FALSE(FileManager::fileExistsAtPath(directory / "c"));
     EXPECT_EQ(textAt(destination), "payload");
-    struct stat moved { };
-    ASSERT_EQ(stat(destination.c_str(), &moved), 0);
-    EXPECT_EQ(moved.st_mode & 0777, 0600u);
+    EXPECT_EQ(permissions(destination), 0600u);
     unlink(destination.c_str());
 }
 
-TEST(FileManager, CreateDirectory)
+TEST_F(FileManagerTest, CreateDirectory)
 {
-    TemporaryDirectory directory;
-    ASSERT_TRUE(FileManager::writeAtomically(directory / "file", bytesOf("x")));
+    write("file");
     struct Case {
         std::string path;
         bool intermediates;
@@ -278,12 +251,10 @@ TEST(FileManager, CreateDirectory)
     }
     bool isDirectory = false;
     EXPECT_TRUE(FileManager::fileExistsAtPath(directory / "x/y/z", &isDirectory) && isDirectory);
-    struct stat status { };
     mode_t oldMask = umask(0);
     ASSERT_TRUE(FileManager::createDirectoryAtPath(directory / "m", false));
     umask(oldMask);
-    ASSERT_EQ(stat((directory / "m").c_str(), &status), 0);
-    EXPECT_EQ(status.st_mode & 0777, 0755u);
+    EXPECT_EQ(permissions(directory / "m"), 0755u);
 }
 
 TEST(FileManager, LibraryDirectoryFromEnvironment)
@@ -300,14 +271,14 @@ TEST(FileManager, LibraryDirectoryFromEnvironment)
         { nullptr, "", "/home/u/.local/share/tessel/Library" },
         { nullptr, nullptr, "/home/u/.local/share/tessel/Library" },
     };
+    auto set = [](const char* name, const char* value) {
+        if (value)
+            setenv(name, value, 1);
+        else
+            unsetenv(name);
+    };
     setenv("HOME", "/home/u", 1);
     for (const auto& c : cases) {
-        auto set = [](const char* name, const char* value) {
-            if (value)
-                setenv(name, value, 1);
-            else
-                unsetenv(name);
-        };
         set("TESSEL_LIBRARY_DIR", c.library);
         set("XDG_DATA_HOME", c.dataHome);
         EXPECT_EQ(FileManager::libraryDirectory(), c.expected);

@@ -4,14 +4,11 @@
 #include "platform/PropertyList.h"
 
 #include <cmath>
-#include <cstdio>
 #include <cstring>
-#include <fstream>
 #include <gtest/gtest.h>
 #include <limits>
 #include <plist/plist.h>
 #include <thread>
-#include <unistd.h>
 
 using namespace tessel;
 
@@ -259,15 +256,12 @@ TEST_F(KeyedArchiveTest, OldClassNameDecodesIntoTheCurrentClass)
 
     UnarchiveOptions options { .expectedClass = "LegacyNote" };
     EXPECT_TRUE(KeyedArchive::unarchive(*bytes, options));
-}
 
-TEST_F(KeyedArchiveTest, AliasCycleIsAnUnknownClass)
-{
+    // A cycle of aliases must end as an unknown class, not a hang.
     KeyedArchive::registerAlias("Ping", "Pong");
     KeyedArchive::registerAlias("Pong", "Ping");
-    auto bytes = KeyedArchive::archivedData(std::make_shared<Note>("", 0, Value(), "Ping"));
-    ASSERT_TRUE(bytes);
-    EXPECT_FALSE(KeyedArchive::unarchive(*bytes));
+    EXPECT_FALSE(
+        KeyedArchive::unarchive(*KeyedArchive::archivedData(std::make_shared<Note>("", 0, Value(), "Ping"))));
 }
 
 struct OptionsCase {
@@ -345,13 +339,7 @@ public:
 TEST(KeyedUnarchiver, ReadsEachKindAndAnswersZeroForMismatches)
 {
     KeyedArchive::registerClass("TestNote", decodeNote);
-    struct Seen {
-        bool boolean, intAsBool, containsNull, containsMissing;
-        int32_t int32, bigAsInt32, int32Min, boolAsInt32;
-        int64_t big, doubleAsInt64;
-        double doubleValue, intAsDouble, stringAsDouble;
-        Value note, noteAsOther, stringAsNote, replaced, missing;
-    } seen {};
+    std::vector<Value> seen;
     KeyedArchive::registerClass("TestFields", [&](KeyedUnarchiver& coder) {
         seen = { coder.decodeBool("bool"), coder.decodeBool("int32"), coder.containsValueForKey("null"),
             coder.containsValueForKey("missing"), coder.decodeInt32("int32"), coder.decodeInt32("big"),
@@ -363,24 +351,12 @@ TEST(KeyedUnarchiver, ReadsEachKindAndAnswersZeroForMismatches)
         return std::make_shared<Fields>();
     });
     ASSERT_TRUE(KeyedArchive::unarchive(*KeyedArchive::archivedData(std::make_shared<Fields>())));
-    EXPECT_TRUE(seen.boolean);
-    EXPECT_FALSE(seen.intAsBool);
-    EXPECT_TRUE(seen.containsNull);
-    EXPECT_FALSE(seen.containsMissing);
-    EXPECT_EQ(seen.int32, -7);
-    EXPECT_EQ(seen.bigAsInt32, 0);
-    EXPECT_EQ(seen.int32Min, std::numeric_limits<int32_t>::min());
-    EXPECT_EQ(seen.boolAsInt32, 0);
-    EXPECT_EQ(seen.big, int64_t(1) << 40);
-    EXPECT_EQ(seen.doubleAsInt64, 0);
-    EXPECT_EQ(seen.doubleValue, 2.5);
-    EXPECT_EQ(seen.intAsDouble, -7.0);
-    EXPECT_EQ(seen.stringAsDouble, 0.0);
-    EXPECT_TRUE(seen.note.isObject());
-    EXPECT_TRUE(seen.noteAsOther.isNull());
-    EXPECT_TRUE(seen.stringAsNote.isNull());
-    EXPECT_EQ(seen.replaced, Value("later"));
-    EXPECT_TRUE(seen.missing.isNull());
+    const Value expected[] = { true, false, true, false, int32_t(-7), int32_t(0),
+        std::numeric_limits<int32_t>::min(), int32_t(0), int64_t(1) << 40, int64_t(0), 2.5, -7.0, 0.0,
+        std::make_shared<Note>("n"), Value(), Value(), "later", Value() };
+    ASSERT_EQ(seen.size(), std::size(expected));
+    for (size_t i = 0; i < seen.size(); ++i)
+        EXPECT_TRUE(identical(seen[i], expected[i])) << i << ": " << seen[i].description();
 }
 
 // Encodes itself inside itself until the depth limit stops it.
@@ -528,19 +504,15 @@ Bytes sampleArchive()
     return *KeyedArchive::archivedData(value);
 }
 
-TEST_F(KeyedArchiveTest, EveryTruncationFails)
+TEST_F(KeyedArchiveTest, EveryTruncationFailsAndEveryBitFlipIsSurvived)
 {
     Bytes bytes = sampleArchive();
     ASSERT_TRUE(KeyedArchive::unarchive(bytes));
-    for (size_t length = 0; length < bytes.size(); ++length) {
-        Bytes prefix(bytes.begin(), bytes.begin() + static_cast<ptrdiff_t>(length));
-        EXPECT_FALSE(KeyedArchive::unarchive(prefix)) << length;
-    }
-}
+    for (size_t length = 0; length < bytes.size(); ++length)
+        EXPECT_FALSE(
+            KeyedArchive::unarchive(Bytes(bytes.begin(), bytes.begin() + static_cast<ptrdiff_t>(length))))
+            << length;
 
-TEST_F(KeyedArchiveTest, EveryBitFlipIsSurvivedAndMostFail)
-{
-    Bytes bytes = sampleArchive();
     size_t failures = 0;
     size_t flips = bytes.size() * 8;
     for (size_t bit = 0; bit < flips; ++bit) {
@@ -588,38 +560,25 @@ Bytes expandingList(uint32_t count)
 TEST(KeyedArchiveStructure, SharedObjectExpansionIsRefusedBeforeParsing)
 {
     std::string error;
-    EXPECT_TRUE(PropertyList::checkStructure(expandingList(10).data(), expandingList(10).size(), &error))
-        << error;
+    Bytes small = expandingList(10);
+    EXPECT_TRUE(PropertyList::checkStructure(small.data(), small.size(), &error)) << error;
     Bytes bomb = expandingList(60);
     EXPECT_FALSE(PropertyList::checkStructure(bomb.data(), bomb.size(), &error));
     EXPECT_FALSE(KeyedArchive::unarchive(bomb));
 }
 
-TEST(KeyedArchiveFile, PrintsWithThePropertyListTool)
+TEST(KeyedArchiveEncoding, DollarKeysAreEscapedOnDisk)
 {
-    if (access("/usr/bin/plistutil", X_OK) != 0)
-        GTEST_SKIP() << "plistutil is not installed";
-    char path[] = "/tmp/keyed-archive-XXXXXX";
-    int descriptor = mkstemp(path);
-    ASSERT_GE(descriptor, 0);
-    close(descriptor);
-    Bytes bytes
-        = *KeyedArchive::archivedData(Value::Dictionary { { "when", Date(3.25) }, { "$x", Value() } });
-    std::ofstream(path, std::ios::binary).write(reinterpret_cast<const char*>(bytes.data()), bytes.size());
-    std::string output;
-    if (FILE* pipe = popen((std::string("plistutil -i ") + path + " 2>&1").c_str(), "r")) {
-        char buffer[512];
-        while (size_t length = fread(buffer, 1, sizeof buffer, pipe))
-            output.append(buffer, length);
-        EXPECT_EQ(pclose(pipe), 0);
-    }
-    unlink(path);
-    EXPECT_NE(output.find("<string>TesselKeyedArchive</string>"), std::string::npos) << output;
-    EXPECT_NE(output.find("<key>$$x</key>"), std::string::npos) << output;
-    EXPECT_NE(output.find("<date>2001-01-01T00:00:03Z</date>"), std::string::npos) << output;
+    // Stored archives depend on this form; a round trip alone would not notice a change.
+    plist_t root = nullptr;
+    plist_t node = archivedValueNode(*KeyedArchive::archivedData(Value::Dictionary { { "$x", 1 } }), root);
+    ASSERT_TRUE(node);
+    EXPECT_TRUE(plist_dict_get_item(node, "$$x"));
+    EXPECT_FALSE(plist_dict_get_item(node, "$x"));
+    plist_free(root);
 }
 
-TEST(KeyedArchiveRegistry, RegistersWhileOtherThreadsDecode)
+TEST(KeyedArchiveConcurrent, RegistersWhileOtherThreadsDecode)
 {
     KeyedArchive::registerClass("TestNote", decodeNote);
     Bytes bytes = *KeyedArchive::archivedData(

@@ -107,7 +107,7 @@ TEST(NotificationCenter, ObserversMayChangeRegistrationsDuringDelivery)
     EXPECT_EQ(calls, (std::vector<std::string> { "first", "nested", "last", "added" }));
 }
 
-TEST(NotificationCenter, PostsFromManyThreads)
+TEST(NotificationCenterConcurrent, PostsFromManyThreads)
 {
     NotificationCenter center;
     std::atomic<int> delivered { 0 };

@@ -8,128 +8,70 @@ using tessel::Path;
 
 namespace {
 
-struct Case {
-    const char* input;
-    const char* expected;
-};
-
-struct PairCase {
-    const char* base;
-    const char* argument;
-    const char* expected;
-};
-
-TEST(Path, LastComponent)
+TEST(Path, SingleArgumentOperations)
 {
+    using Operation = std::string (*)(std::string_view);
+    struct Case {
+        const char* name;
+        Operation operation;
+        std::vector<std::pair<const char*, const char*>> expectations;
+    };
     const Case cases[] = {
-        { "", "" },
-        { "/", "/" },
-        { "//", "/" },
-        { "a", "a" },
-        { "/a/b", "b" },
-        { "/a/b/", "b" },
-        { "a/b//", "b" },
-        { "/a.txt", "a.txt" },
+        { "lastComponent", Path::lastComponent,
+            { { "", "" }, { "/", "/" }, { "//", "/" }, { "a", "a" }, { "/a/b/", "b" }, { "a/b//", "b" },
+                { "/a.txt", "a.txt" } } },
+        { "deletingLastComponent", Path::deletingLastComponent,
+            { { "", "" }, { "/", "/" }, { "a", "" }, { "/a", "/" }, { "/a/b/", "/a" }, { "a/b", "a" },
+                { "/a//b", "/a" }, { "a/b/c", "a/b" } } },
+        { "extension", Path::extension,
+            { { "a.txt", "txt" }, { "/d/a.tar.gz", "gz" }, { "/d.dir/a", "" }, { ".profile", "" },
+                { "/d/.profile", "" }, { "/d/.profile.bak", "bak" }, { "notes.", "" }, { "/d/a.log/", "log" },
+                { "", "" }, { "/", "" } } },
+        { "deletingExtension", Path::deletingExtension,
+            { { "/d/a.tar.gz", "/d/a.tar" }, { "/d.dir/a", "/d.dir/a" }, { "/d/.profile", "/d/.profile" },
+                { "/d/.profile.bak", "/d/.profile" }, { "notes.", "notes." }, { "/d/a.log/", "/d/a" },
+                { "/", "/" } } },
+        { "standardizing", Path::standardizing,
+            { { "", "" }, { "//", "/" }, { "/a//b/", "/a/b" }, { "/a/./b/.", "/a/b" },
+                { "/a/b/../c", "/a/c" }, { "/a/b/../../..", "/" }, { "/../a", "/a" }, { "a/../..", ".." },
+                { "../a/./b", "../a/b" }, { "a/..", "." }, { "./a", "a" }, { "a/b/../../c/", "c" },
+                { "~", "/home/tester" }, { "~/x/../y", "/home/tester/y" }, { "~user/x", "~user/x" },
+                { "/a/~", "/a/~" } } },
     };
-    for (const auto& c : cases)
-        EXPECT_EQ(Path::lastComponent(c.input), c.expected) << c.input;
-}
-
-TEST(Path, DeletingLastComponent)
-{
-    const Case cases[] = {
-        { "", "" },
-        { "/", "/" },
-        { "a", "" },
-        { "/a", "/" },
-        { "/a/b", "/a" },
-        { "/a/b/", "/a" },
-        { "a/b", "a" },
-        { "/a//b", "/a" },
-        { "a/b/c", "a/b" },
-    };
-    for (const auto& c : cases)
-        EXPECT_EQ(Path::deletingLastComponent(c.input), c.expected) << c.input;
-}
-
-TEST(Path, AppendingComponent)
-{
-    const PairCase cases[] = {
-        { "", "b", "b" },
-        { "/", "b", "/b" },
-        { "/a", "b", "/a/b" },
-        { "/a/", "b", "/a/b" },
-        { "/a", "/b", "/a/b" },
-        { "/a", "", "/a" },
-        { "/a", "b/c", "/a/b/c" },
-    };
-    for (const auto& c : cases)
-        EXPECT_EQ(Path::appendingComponent(c.base, c.argument), c.expected) << c.base << " + " << c.argument;
-}
-
-TEST(Path, ExtensionsAndTheirRemoval)
-{
-    struct ExtensionCase {
-        const char* path;
-        const char* extension;
-        const char* withoutExtension;
-    };
-    const ExtensionCase cases[] = {
-        { "a.txt", "txt", "a" },
-        { "/d/a.tar.gz", "gz", "/d/a.tar" },
-        { "/d.dir/a", "", "/d.dir/a" },
-        { ".profile", "", ".profile" },
-        { "/d/.profile", "", "/d/.profile" },
-        { "/d/.profile.bak", "bak", "/d/.profile" },
-        { "notes.", "", "notes." },
-        { "/d/a.log/", "log", "/d/a" },
-        { "", "", "" },
-        { "/", "", "/" },
-    };
+    setenv("HOME", "/home/tester", 1);
     for (const auto& c : cases) {
-        EXPECT_EQ(Path::extension(c.path), c.extension) << c.path;
-        EXPECT_EQ(Path::deletingExtension(c.path), c.withoutExtension) << c.path;
+        for (auto [input, expected] : c.expectations)
+            EXPECT_EQ(c.operation(input), expected) << c.name << "(" << input << ")";
     }
 }
 
-TEST(Path, AppendingExtension)
+TEST(Path, Appending)
 {
-    const PairCase cases[] = {
-        { "a", "txt", "a.txt" },
-        { "/d/a/", "plist", "/d/a.plist" },
-        { "/d/a.tar", "gz", "/d/a.tar.gz" },
-        { "a", "", "a" },
-        { "", "txt", "" },
-        { "/", "txt", "/" },
+    using Operation = std::string (*)(std::string_view, std::string_view);
+    struct Case {
+        const char* name;
+        Operation operation;
+        const char* base;
+        const char* argument;
+        const char* expected;
     };
-    for (const auto& c : cases)
-        EXPECT_EQ(Path::appendingExtension(c.base, c.argument), c.expected) << c.base << " + " << c.argument;
-}
-
-TEST(Path, Standardizing)
-{
     const Case cases[] = {
-        { "", "" },
-        { "/", "/" },
-        { "//", "/" },
-        { "/a//b/", "/a/b" },
-        { "/a/./b/.", "/a/b" },
-        { "/a/b/../c", "/a/c" },
-        { "/a/b/../../..", "/" },
-        { "/../a", "/a" },
-        { "a/../..", ".." },
-        { "../a/./b", "../a/b" },
-        { "a/..", "." },
-        { "./a", "a" },
-        { "a/b/../../c/", "c" },
-        { "~", "/home/tester" },
-        { "~/x/../y", "/home/tester/y" },
-        { "~user/x", "~user/x" },
-        { "/a/~", "/a/~" },
+        { "component", Path::appendingComponent, "", "b", "b" },
+        { "component", Path::appendingComponent, "/", "b", "/b" },
+        { "component", Path::appendingComponent, "/a/", "b", "/a/b" },
+        { "component", Path::appendingComponent, "/a", "/b", "/a/b" },
+        { "component", Path::appendingComponent, "/a", "", "/a" },
+        { "component", Path::appendingComponent, "/a", "b/c", "/a/b/c" },
+        { "extension", Path::appendingExtension, "a", "txt", "a.txt" },
+        { "extension", Path::appendingExtension, "/d/a/", "plist", "/d/a.plist" },
+        { "extension", Path::appendingExtension, "/d/a.tar", "gz", "/d/a.tar.gz" },
+        { "extension", Path::appendingExtension, "a", "", "a" },
+        { "extension", Path::appendingExtension, "", "txt", "" },
+        { "extension", Path::appendingExtension, "/", "txt", "/" },
     };
-    setenv("HOME", "/home/tester", 1);
     for (const auto& c : cases)
-        EXPECT_EQ(Path::standardizing(c.input), c.expected) << c.input;
+        EXPECT_EQ(c.operation(c.base, c.argument), c.expected)
+            << c.name << ": " << c.base << " + " << c.argument;
 }
 
 } // namespace

@@ -24,12 +24,6 @@ protected:
     {
         ASSERT_TRUE(FileManager::writeAtomically(path, bytes));
     }
-    void writePropertyList(const std::string& path, const Value& value)
-    {
-        auto bytes = PropertyList::data(value, PropertyList::Format::Xml);
-        ASSERT_TRUE(bytes);
-        writeFile(path, *bytes);
-    }
 
     TemporaryDirectory _directory;
 };
@@ -138,7 +132,8 @@ TEST_F(PreferencesTest, HostileDomainNamesStayInside)
 {
     std::string inside = _directory / "prefs";
     ASSERT_TRUE(FileManager::createDirectoryAtPath(inside, false));
-    writePropertyList(_directory / "escape.plist", Value(Value::Dictionary { { "secret", 1 } }));
+    writeFile(_directory / "escape.plist",
+        *PropertyList::data(Value::Dictionary { { "secret", 1 } }, PropertyList::Format::Xml));
     Preferences preferences(inside);
     for (const char* name : { "../escape", "..", ".", "", "a/b", "/etc/passwd", "a..b", "sub/../escape" }) {
         SCOPED_TRACE(name);
@@ -173,12 +168,13 @@ TEST_F(PreferencesTest, FailedWritesChangeNothing)
 
 TEST_F(PreferencesTest, ConcurrentWritersLoseNothing)
 {
+    auto key = [](int thread, int i) { return "key" + std::to_string(thread) + "-" + std::to_string(i); };
     Preferences preferences(_directory.path());
     std::vector<std::thread> threads;
     for (int thread = 0; thread < 4; ++thread) {
         threads.emplace_back([&, thread] {
             for (int i = 0; i < 8; ++i)
-                preferences.setValue(i, "key" + std::to_string(thread) + "-" + std::to_string(i), domain);
+                preferences.setValue(i, key(thread, i), domain);
         });
     }
     for (auto& thread : threads)
@@ -186,8 +182,7 @@ TEST_F(PreferencesTest, ConcurrentWritersLoseNothing)
     Preferences fresh(_directory.path());
     for (int thread = 0; thread < 4; ++thread) {
         for (int i = 0; i < 8; ++i)
-            EXPECT_TRUE(
-                fresh.hasValueForKey("key" + std::to_string(thread) + "-" + std::to_string(i), domain));
+            EXPECT_EQ(fresh.integerForKey(key(thread, i), domain), i) << key(thread, i);
     }
 }
 

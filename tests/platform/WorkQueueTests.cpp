@@ -279,17 +279,15 @@ INSTANTIATE_TEST_SUITE_P(Misuse, WorkQueueDeathTest,
                 auto queue = WorkQueue::create("com.tessel.test.confined");
                 KT_ASSERT_ON_QUEUE(queue);
             },
-            "WorkQueueTests.cpp:[0-9]+: queue: expected to run on queue 'com.tessel.test.confined', running "
-            "on no "
-            "queue" },
+            "WorkQueueTests.cpp:[0-9]+: queue: expected to run on queue 'com.tessel.test.confined', "
+            "running on no queue" },
         DeathCase { "AssertNotOnQueueOnIt",
             [] {
                 auto queue = WorkQueue::create("com.tessel.test.confined");
                 queue->sync([&] { KT_ASSERT_NOT_ON_QUEUE(*queue); });
             },
             "WorkQueueTests.cpp:[0-9]+: \\*queue: expected not to run on queue 'com.tessel.test.confined', "
-            "running "
-            "on queue 'com.tessel.test.confined'" },
+            "running on queue 'com.tessel.test.confined'" },
         DeathCase { "AssertOnANullQueue",
             [] {
                 std::shared_ptr<WorkQueue> missing;
