@@ -318,6 +318,13 @@ void LocalNotification::clearNonSystemProperties()
 std::optional<Date> LocalNotification::nextFireDateAfterDate(
     Date date, const std::optional<std::string>& localTimeZone) const
 {
+    bool finite = _totalRepeatCount != LocalNotificationInfiniteRepeatCount;
+    return occurrenceAfter(date, localTimeZone, finite ? _totalRepeatCount : noLastIndex);
+}
+
+std::optional<Date> LocalNotification::occurrenceAfter(
+    Date date, const std::optional<std::string>& localTimeZone, int64_t lastIndex) const
+{
     if (!_fireDate || !isRealDate(*_fireDate) || !isRealDate(date))
         return std::nullopt;
     double after = millisecondsSince1970(date);
@@ -344,9 +351,7 @@ std::optional<Date> LocalNotification::nextFireDateAfterDate(
         double only = absolute(first);
         return only > after ? answer(only) : std::nullopt;
     }
-    bool finite = _totalRepeatCount != LocalNotificationInfiniteRepeatCount;
-    Occurrences occurrences(
-        first, _repeatInterval, calendarNamed(_repeatCalendar), finite ? _totalRepeatCount : noLastIndex);
+    Occurrences occurrences(first, _repeatInterval, calendarNamed(_repeatCalendar), lastIndex);
     auto index = occurrences.firstIndexAfter(target);
     if (!index)
         return std::nullopt;
@@ -364,8 +369,9 @@ std::optional<Date> LocalNotification::nextFireDateAfterDate(
 
 std::optional<Date> LocalNotification::nextFireDateForLastFireDate(Date lastFireDate) const
 {
+    // The first occurrence is not a repeat: with none remaining it may still be due.
     if (_repeatInterval != CalendarUnit::None && _remainingRepeatCount == 0)
-        return std::nullopt;
+        return occurrenceAfter(lastFireDate, std::nullopt, 0);
     return nextFireDateAfterDate(lastFireDate);
 }
 

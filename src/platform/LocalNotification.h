@@ -117,6 +117,9 @@ public:
     static std::shared_ptr<LocalNotification> decode(KeyedUnarchiver& coder);
 
 private:
+    std::optional<Date> occurrenceAfter(
+        Date date, const std::optional<std::string>& localTimeZone, int64_t lastIndex) const;
+
     std::optional<Date> _fireDate;
     std::optional<std::string> _timeZone;
     CalendarUnit _repeatInterval = CalendarUnit::None;
