@@ -216,8 +216,9 @@ TEST(LocalNotificationEdgeTest, FarAndBrokenDates)
         notification.setRepeatInterval(c.unit);
         auto next = notification.nextFireDateAfterDate(start.addingTimeInterval(c.after), std::string("UTC"));
         ASSERT_EQ(next.has_value(), c.expected.has_value()) << c.name;
-        if (next)
+        if (next) {
             EXPECT_EQ(next->timeIntervalSinceDate(start), *c.expected) << c.name;
+        }
     }
 }
 
@@ -273,8 +274,9 @@ TEST(LocalNotificationRepeatCountTest, CountsBoundOccurrences)
             notification.setRemainingRepeatCount(*c.remaining);
         auto next = notification.nextFireDateForLastFireDate(first.addingTimeInterval(c.lastFired));
         ASSERT_EQ(next.has_value(), c.expected.has_value()) << c.name;
-        if (next)
+        if (next) {
             EXPECT_EQ(next->timeIntervalSinceDate(first), *c.expected) << c.name;
+        }
     }
 }
 
