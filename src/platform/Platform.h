@@ -31,6 +31,8 @@ public:
     std::string hostBundlePath;
     // Localizations the user prefers, most preferred first (e.g. "de", "en").
     std::vector<std::string> preferredLocalizations { "en" };
+    // The device's current time zone (an IANA name); wall-clock notifications follow it.
+    std::string timeZone = "UTC";
 
     std::shared_ptr<Clock> clock;
     std::shared_ptr<Preferences> preferences;

@@ -4,6 +4,7 @@
 #include "platform/FileLogManager.h"
 #include "platform/FileManager.h"
 #include "platform/InProcessSystemNotificationCenter.h"
+#include "platform/LocalNotification.h"
 #include "platform/NotificationCenter.h"
 #include "platform/Path.h"
 #include "platform/Preferences.h"
@@ -18,6 +19,7 @@ std::shared_ptr<Platform> LinuxPlatform::make()
 {
     auto platform = std::make_shared<Platform>();
     platform->libraryDirectory = FileManager::libraryDirectory();
+    platform->timeZone = LocalNotification::hostTimeZoneName();
     FileManager::createDirectoryAtPath(platform->libraryDirectory, true);
     auto clock = std::make_shared<SystemClock>();
     platform->clock = clock;

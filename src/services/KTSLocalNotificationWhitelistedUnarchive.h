@@ -1,0 +1,15 @@
+#pragma once
+
+#include "platform/LocalNotification.h"
+#include "platform/Value.h"
+
+#include <memory>
+
+namespace tessel {
+
+// Decodes a local notification an application sent. Only the classes a
+// notification may hold (LocalNotification, Region) may appear; any other
+// class anywhere, another root or a malformed archive answers null.
+std::shared_ptr<LocalNotification> KTSLocalNotificationWhitelistedUnarchiveFromData(const Bytes& data);
+
+} // namespace tessel
