@@ -3,9 +3,12 @@
 
 #include "platform/Clock.h"
 #include "platform/KeyedArchive.h"
+#include "platform/LocalNotification.h"
 #include "platform/Platform.h"
 #include "platform/WorkQueue.h"
+#include "server/KTApplicationProxyAdditions.h"
 #include "server/KTInternalInconsistencyException.h"
+#include "settings/KTNotificationLocalizedString.h"
 
 #include <tessel/Tessel.h>
 
@@ -42,6 +45,30 @@ void KTNotificationStore::saveRemoteNotificationWithTitle(const Value& title, co
 {
     _saveNotificationWithTitle(title, message, soundName, actionText, badge, userInfo, launchImage, {}, false,
         true, category, bundleID);
+}
+
+void KTNotificationStore::saveLocalNotification(
+    const std::shared_ptr<LocalNotification>& notification, const std::string& bundleID)
+{
+    if (!notification)
+        return;
+    auto bundle = kt_bundleForBundleIdentifier(bundleID);
+    auto localized = [&bundle](const std::string& key) {
+        auto text = KTNotificationLocalizedString(Value(key), Value(), bundle, Value());
+        return text ? Value(*text) : Value();
+    };
+    auto text = [](const std::string& value) { return value.empty() ? Value() : Value(value); };
+    Value sound = notification->soundName() == LocalNotificationDefaultSoundName
+        ? Value(kKTNotificationStoreSoundDefault)
+        : text(notification->soundName());
+    Value action = notification->hasAction() ? localized(notification->alertAction()) : Value();
+    Value badge = notification->applicationIconBadgeNumber() != 0
+        ? Value(static_cast<int32_t>(notification->applicationIconBadgeNumber()))
+        : Value();
+    Value userInfo = notification->userInfo().empty() ? Value() : Value(notification->userInfo());
+    _saveNotificationWithTitle(localized(notification->alertTitle()), localized(notification->alertBody()),
+        sound, action, badge, userInfo, text(notification->alertLaunchImage()), Value(notification), false,
+        false, text(notification->category()), bundleID);
 }
 
 void KTNotificationStore::_saveNotificationWithTitle(const Value& title, const Value& message,

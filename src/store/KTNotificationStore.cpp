@@ -3,12 +3,14 @@
 #include "platform/Clock.h"
 #include "platform/FileManager.h"
 #include "platform/KeyedArchive.h"
+#include "platform/LocalNotification.h"
 #include "platform/Path.h"
 #include "platform/Platform.h"
 #include "platform/Preferences.h"
 #include "platform/SystemLog.h"
 #include "platform/WorkQueue.h"
 #include "server/KTApplicationProxyAdditions.h"
+#include "services/KTSLocalNotificationWhitelistedUnarchive.h"
 
 #include <algorithm>
 #include <mutex>
@@ -184,7 +186,14 @@ bool KTNotificationStore::_queue_writeNotifications(
         log("Error: could not encode notification list data");
         return false;
     }
-    if (!FileManager::writeAtomically(path, *data, &error, Platform::current().durableWrites)) {
+    bool durable = Platform::current().durableWrites;
+    bool written = FileManager::writeAtomically(path, *data, &error, durable);
+    if (!written && !FileManager::fileExistsAtPath(storeDirectory())) {
+        // Someone removed the whole store directory while we ran: make it again.
+        FileManager::createDirectoryAtPath(storeDirectory(), true);
+        written = FileManager::writeAtomically(path, *data, &error, durable);
+    }
+    if (!written) {
         log("Error: could not write new list to %@; error: %@", path, error);
         return false;
     }
@@ -268,6 +277,20 @@ void KTNotificationStore::clearNotificationsForBundleID(const std::string& bundl
 {
     if (_removeFileForBundleID(bundleID))
         _notifyObservers(bundleID, true);
+}
+
+void KTNotificationStore::removeLocalNotification(
+    const std::shared_ptr<LocalNotification>& notification, const std::string& bundleID)
+{
+    if (!notification)
+        return;
+    _notificationsQueue->sync([&] {
+        _queue_rewriteNotifications(bundleID, [&](const Value& record) {
+            auto stored = KTSLocalNotificationWhitelistedUnarchiveFromData(
+                record[KTNotificationStoreLocalNotificationDataKey].dataValue());
+            return !stored || !stored->isEqual(*notification);
+        });
+    });
 }
 
 void KTNotificationStore::removeAllLocalNotificationsForBundleID(const std::string& bundleID)

@@ -13,6 +13,7 @@
 
 namespace tessel {
 
+class LocalNotification;
 class WorkQueue;
 
 // Told when an application's list of delivered notifications changed or was
@@ -55,6 +56,13 @@ public:
         const Value& fullDetails, bool soundIsRingtone, bool isRemoteNotification, const Value& category,
         const std::string& bundleID);
 
+    // Localizes the fired notification's texts in its application's bundle and
+    // saves it with the whole notification archived alongside.
+    void saveLocalNotification(
+        const std::shared_ptr<LocalNotification>& notification, const std::string& bundleID);
+    // Drops the records that carry a notification equal to this one.
+    void removeLocalNotification(
+        const std::shared_ptr<LocalNotification>& notification, const std::string& bundleID);
     void removeAllLocalNotificationsForBundleID(const std::string& bundleID);
     void removeAllNotificationsForBundleID(const std::string& bundleID);
     // Drops the records passing the test; answers their unique identifiers.

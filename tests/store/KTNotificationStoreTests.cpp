@@ -432,6 +432,10 @@ TEST_F(NotificationStore, ASaveSeesAFileReplacedBehindItsBack)
     FileManager::removeItemAtPath(storePath("com.example.app.pushstore"));
     saveMessage("third");
     EXPECT_EQ(records().size(), 1u);
+
+    FileManager::removeItemAtPath(KTNotificationStore::storeDirectory());
+    saveMessage("fourth");
+    EXPECT_EQ(records().size(), 1u) << "a removed store directory is made again";
 }
 
 } // namespace
