@@ -3,6 +3,7 @@
 #include <cmath>
 #include <cstdio>
 #include <ctime>
+#include <ostream>
 
 namespace tessel {
 
@@ -19,6 +20,11 @@ std::string Date::description() const
     std::snprintf(text, sizeof text, "%04d-%02d-%02d %02d:%02d:%02d +0000", parts.tm_year + 1900,
         parts.tm_mon + 1, parts.tm_mday, parts.tm_hour, parts.tm_min, parts.tm_sec);
     return text;
+}
+
+void PrintTo(const Date& date, std::ostream* stream)
+{
+    *stream << date.description() << " (" << date.timeIntervalSinceReferenceDate() << ")";
 }
 
 } // namespace tessel

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <compare>
+#include <iosfwd>
 #include <string>
 
 namespace tessel {
@@ -38,5 +39,8 @@ public:
 private:
     double _seconds = 0;
 };
+
+// For test failure messages.
+void PrintTo(const Date& date, std::ostream* stream);
 
 } // namespace tessel

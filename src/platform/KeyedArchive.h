@@ -20,6 +20,9 @@ struct UnarchiveOptions {
     // When non-empty, only these classes may appear anywhere; any other class
     // fails the whole decode.
     std::set<std::string> allowedClasses;
+    // Reads objects of classes nobody registered as null instead of failing,
+    // so that a collection keeps what it can.
+    bool unknownClassesDecodeAsNull = false;
 };
 
 // The keyed archive every persisted file uses: a binary property list whose

@@ -253,10 +253,11 @@ namespace {
             if (!PropertyList::canHoldString(archivedName))
                 return fail("archive has an object with a malformed class name");
             auto registered = KeyedArchive::registeredClass(archivedName);
-            if (!registered)
+            if (!registered && !_options.unknownClassesDecodeAsNull)
                 return fail("archive holds an unknown class " + archivedName);
             const auto& allowed = _options.allowedClasses;
-            if (!allowed.empty() && !allowed.contains(registered->name) && !allowed.contains(archivedName))
+            if (registered && !allowed.empty() && !allowed.contains(registered->name)
+                && !allowed.contains(archivedName))
                 return fail("archive holds a class that is not allowed here: " + archivedName);
 
             Value::Dictionary fields;
@@ -264,6 +265,8 @@ namespace {
             plist_t child = nullptr;
             if (items.next(key, child) && !decodeItems(fields, key, child, items, depth + 1))
                 return std::nullopt;
+            if (!registered)
+                return Value();
             KeyedUnarchiver coder(fields, std::move(archivedName));
             return Value(registered->factory ? registered->factory(coder) : nullptr);
         }

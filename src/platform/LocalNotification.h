@@ -58,7 +58,8 @@ public:
     int32_t remainingRepeatCount() const { return _remainingRepeatCount; }
     void setRemainingRepeatCount(int32_t count);
 
-    bool isTriggeredByDate() const { return _fireDate.has_value(); }
+    // Everything without a region goes by its date; without one it is due at once.
+    bool isTriggeredByDate() const { return !_region; }
     bool isTriggeredByRegion() const { return _region != nullptr; }
     const std::shared_ptr<Region>& region() const { return _region; }
     void setRegion(std::shared_ptr<Region> region) { _region = std::move(region); }

@@ -12,6 +12,7 @@ class Clock;
 class FileLogManager;
 class NotificationCenter;
 class Preferences;
+class ProcessManager;
 class SystemAlertService;
 class SystemLog;
 class SystemNotificationCenter;
@@ -43,6 +44,7 @@ public:
     std::shared_ptr<ApplicationWorkspace> workspace;
     std::shared_ptr<ApplicationDataStoreDatabase> dataStores;
     std::shared_ptr<SystemAlertService> systemAlerts;
+    std::shared_ptr<ProcessManager> processManager;
 
     static void install(std::shared_ptr<Platform> platform);
     // The installed platform; a server without one is a programming error and aborts.

@@ -10,6 +10,7 @@
 #include "platform/Preferences.h"
 #include "platform/SystemNotificationCenter.h"
 #include "platform/linux/LinuxApplicationWorkspace.h"
+#include "platform/linux/LinuxProcessManager.h"
 #include "platform/linux/SyslogSystemLog.h"
 #include "platform/linux/SystemClock.h"
 
@@ -45,6 +46,7 @@ std::shared_ptr<Platform> LinuxPlatform::make()
             return strong ? strong->now() : Date();
         });
     platform->workspace = LinuxApplicationWorkspace::make(platform->libraryDirectory);
+    platform->processManager = std::make_shared<LinuxProcessManager>();
     return platform;
 }
 

@@ -11,9 +11,12 @@
 #include "platform/sim/CapturedSystemLog.h"
 #include "platform/sim/ManualClock.h"
 #include "platform/sim/SimulatedApplicationWorkspace.h"
+#include "platform/sim/SimulatedProcessManager.h"
 #include "platform/sim/SimulatedSystemAlerts.h"
+#include "services/KTSPowerLog.h"
 
 #include <cstdlib>
+#include <mutex>
 #include <stdexcept>
 #include <string_view>
 
@@ -32,12 +35,25 @@ namespace {
 
 } // namespace
 
+struct SimulatedDevice::PowerLog {
+    std::mutex mutex;
+    std::vector<PowerLogEntry> entries;
+
+    void record(PowerLogEntry entry)
+    {
+        std::lock_guard lock(mutex);
+        entries.push_back(std::move(entry));
+    }
+};
+
 SimulatedDevice::SimulatedDevice(Date start)
     : _platform(std::make_shared<Platform>())
     , _clock(std::make_shared<ManualClock>(start))
     , _systemLog(std::make_shared<CapturedSystemLog>())
     , _systemNotificationCenter(std::make_shared<InProcessSystemNotificationCenter>())
     , _systemAlerts(std::make_shared<SimulatedSystemAlerts>())
+    , _processManager(std::make_shared<SimulatedProcessManager>())
+    , _powerLog(std::make_shared<PowerLog>())
 {
     auto& platform = *_platform;
     platform.libraryDirectory = makeTemporaryLibrary();
@@ -59,12 +75,25 @@ SimulatedDevice::SimulatedDevice(Date start)
         });
     platform.workspace = std::make_shared<SimulatedApplicationWorkspace>(platform.libraryDirectory);
     platform.systemAlerts = _systemAlerts;
+    platform.processManager = _processManager;
+    std::weak_ptr<PowerLog> powerLog = _powerLog;
+    KTSSetLocalNotificationFiredPowerHandler([powerLog](int32_t pid, const std::string& bundleIdentifier) {
+        if (auto log = powerLog.lock())
+            log->record({ pid, bundleIdentifier, {} });
+    });
+    KTSSetPushWakePowerHandler(
+        [powerLog](int32_t pid, const std::string& bundleIdentifier, const std::string& topic) {
+            if (auto log = powerLog.lock())
+                log->record({ pid, bundleIdentifier, topic });
+        });
     Platform::install(_platform);
 }
 
 SimulatedDevice::~SimulatedDevice()
 {
     WorkQueue::waitUntilIdle();
+    KTSSetLocalNotificationFiredPowerHandler({});
+    KTSSetPushWakePowerHandler({});
     const char* keep = std::getenv("TESSEL_KEEP_SIMULATED_LIBRARY");
     if (!(keep && *keep))
         FileManager::removeItemAtPath(Path::deletingLastComponent(libraryDirectory()));
@@ -101,6 +130,12 @@ std::vector<std::string> SimulatedDevice::fileLogLines(const std::string& logger
         text = end == std::string_view::npos ? std::string_view() : text.substr(end + 1);
     }
     return lines;
+}
+
+std::vector<SimulatedDevice::PowerLogEntry> SimulatedDevice::powerLogEntries() const
+{
+    std::lock_guard lock(_powerLog->mutex);
+    return _powerLog->entries;
 }
 
 } // namespace tessel

@@ -4,6 +4,7 @@
 #include "platform/Platform.h"
 #include "platform/sim/ManualClock.h"
 
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <vector>
@@ -13,6 +14,7 @@ namespace tessel {
 class CapturedSystemLog;
 class InProcessSystemNotificationCenter;
 class SimulatedSystemAlerts;
+class SimulatedProcessManager;
 class SimulatedApplicationWorkspace;
 
 // A whole device in memory for tests and benchmarks: a temporary Library
@@ -33,6 +35,15 @@ public:
     InProcessSystemNotificationCenter& systemNotificationCenter() { return *_systemNotificationCenter; }
     SimulatedSystemAlerts& systemAlerts() { return *_systemAlerts; }
     SimulatedApplicationWorkspace& applicationWorkspace();
+    SimulatedProcessManager& processManager() { return *_processManager; }
+
+    // Posts to the power log while this device is installed, oldest first.
+    struct PowerLogEntry {
+        int32_t pid;
+        std::string bundleIdentifier;
+        std::string topic; // empty for a local notification
+    };
+    std::vector<PowerLogEntry> powerLogEntries() const;
 
     // Moves the clock on, firing due timers in date order, and lets all work finish.
     void advance(double seconds);
@@ -46,6 +57,9 @@ private:
     std::shared_ptr<CapturedSystemLog> _systemLog;
     std::shared_ptr<InProcessSystemNotificationCenter> _systemNotificationCenter;
     std::shared_ptr<SimulatedSystemAlerts> _systemAlerts;
+    std::shared_ptr<SimulatedProcessManager> _processManager;
+    struct PowerLog;
+    std::shared_ptr<PowerLog> _powerLog;
 };
 
 } // namespace tessel

@@ -1,0 +1,7 @@
+#include "platform/ProcessAction.h"
+
+namespace tessel {
+
+ProcessAction::~ProcessAction() = default;
+
+} // namespace tessel
