@@ -1,4 +1,5 @@
 // Saving into a full store against a bare atomic write of the same bytes.
+#include "BenchDevice.h"
 #include "platform/FileManager.h"
 #include "platform/Path.h"
 #include "platform/Platform.h"
@@ -20,13 +21,7 @@ public:
     std::atomic<int> changes { 0 };
 };
 
-// One device for the whole run: the store is a process-wide singleton bound to
-// the Library it first saw.
-SimulatedDevice& device()
-{
-    static SimulatedDevice shared;
-    return shared;
-}
+SimulatedDevice& device() { return benchDevice(); }
 
 void saveOne(KTNotificationStore& store, int64_t i)
 {

@@ -21,6 +21,8 @@ void KTLocalNotificationClient::_removeNotificationFromRegionMonitoring(const Lo
     KT_ASSERT_ON_QUEUE(*_queue);
 }
 
+bool KTLocalNotificationClient::_hasRegionRegistrations() const { return false; }
+
 bool KTLocalNotificationClient::appIsAuthorizedForRegionMonitoring()
 {
     KT_ASSERT_ON_QUEUE(*_queue);

@@ -116,6 +116,8 @@ KTLocalNotificationClient::_scheduledLocalNotifications()
     KT_ASSERT_ON_QUEUE(*_queue);
     if (_cachedLocalNotifications)
         return _cachedLocalNotifications;
+    if (_justSavedLocalNotifications)
+        return *_justSavedLocalNotifications;
     std::optional<LocalNotificationList> loaded;
     if (_dataStore) {
         // Foreign or broken elements read as null and are left out below.
@@ -141,7 +143,8 @@ KTLocalNotificationClient::_scheduledLocalNotifications()
 void KTLocalNotificationClient::_setScheduledLocalNotifications(const LocalNotificationList& notifications)
 {
     KT_ASSERT_ON_QUEUE(*_queue);
-    if (auto current = _scheduledLocalNotifications()) {
+    // Only registered regions need the old list.
+    if (auto current = _hasRegionRegistrations() ? _scheduledLocalNotifications() : std::nullopt) {
         for (auto& old : *current) {
             bool kept = std::any_of(notifications.begin(), notifications.end(),
                 [&](auto& notification) { return notification->isEqual(*old); });
@@ -154,13 +157,19 @@ void KTLocalNotificationClient::_setScheduledLocalNotifications(const LocalNotif
     if (shouldCache)
         _cachedLocalNotifications = notifications;
     Value list = listValue(notifications);
-    if (!_dataStore || !_dataStore->setArchivedObject(list, KTApplicationDataStoreLocalNotificationsKey))
+    bool saved
+        = _dataStore && _dataStore->setArchivedObject(list, KTApplicationDataStoreLocalNotificationsKey);
+    if (!saved)
         KT_LOCAL_LOG(_bundleIdentifier, "Failed to save local notifications to application data store");
     KT_LOCAL_LOG(_bundleIdentifier,
         "Save local notifications to application data store: should cache=%@ notifications=%@",
         yesNo(shouldCache), list);
+    // Arming reads back what was just written; it gets the list instead of decoding it again.
+    if (saved)
+        _justSavedLocalNotifications = &notifications;
     _updateLocalNotificationTimers();
     _updateLocalNotificationRegionRegistrations();
+    _justSavedLocalNotifications = nullptr;
 }
 
 void KTLocalNotificationClient::_beginRequireLocalNotificationsCachingWithReason(const std::string& reason)

@@ -111,6 +111,7 @@ public:
     void _updateLocalNotificationRegionRegistrations();
     void _invalidateLocalNotificationRegionRegistrations();
     void _removeNotificationFromRegionMonitoring(const LocalNotification& notification);
+    bool _hasRegionRegistrations() const;
 
     static Value listValue(const LocalNotificationList& notifications);
 
@@ -129,6 +130,8 @@ private:
     bool _uninstalled = false;
     const std::shared_ptr<WorkQueue> _queue;
     std::optional<LocalNotificationList> _cachedLocalNotifications;
+    // Set only while a save re-arms, so the list just written is not decoded again.
+    const LocalNotificationList* _justSavedLocalNotifications = nullptr;
     std::optional<std::set<std::string>> _requireLocalNotificationsCachingReasons;
     std::unique_ptr<PersistentTimer> _localNotificationTimer;
     bool _monitoringLocaleAndTimeChanges = false;

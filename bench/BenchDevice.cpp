@@ -1,0 +1,11 @@
+#include "BenchDevice.h"
+
+namespace tessel {
+
+SimulatedDevice& benchDevice()
+{
+    static SimulatedDevice shared;
+    return shared;
+}
+
+} // namespace tessel
