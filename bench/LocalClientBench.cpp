@@ -23,7 +23,7 @@ struct Client {
     {
         benchDevice();
         queue->sync([&] {
-            client = std::make_unique<KTLocalNotificationClient>(bundleIdentifier, false, false, true, queue);
+            client = KTLocalNotificationClient::create(bundleIdentifier, false, false, true, queue);
         });
     }
     ~Client()
@@ -32,7 +32,7 @@ struct Client {
     }
 
     std::shared_ptr<WorkQueue> queue = WorkQueue::create("com.tamber.KTLocalNotificationService");
-    std::unique_ptr<KTLocalNotificationClient> client;
+    std::shared_ptr<KTLocalNotificationClient> client;
 };
 
 List sixtyFour()

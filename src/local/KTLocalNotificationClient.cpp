@@ -36,7 +36,17 @@ KTLocalNotificationClient::KTLocalNotificationClient(std::string bundleIdentifie
     KT_ASSERT_ON_QUEUE(*_queue);
     LocalNotification::registerArchivableClasses();
     _dataStore = ApplicationDataStore::storeForApplication(_bundleIdentifier);
-    updateLocalNotificationTimersAndRegionRegistrations();
+}
+
+std::shared_ptr<KTLocalNotificationClient> KTLocalNotificationClient::create(std::string bundleIdentifier,
+    bool isSystemApplication, bool requiresLocalNotifications, bool userNotificationsEnabled,
+    std::shared_ptr<WorkQueue> queue)
+{
+    auto client = std::make_shared<KTLocalNotificationClient>(std::move(bundleIdentifier),
+        isSystemApplication, requiresLocalNotifications, userNotificationsEnabled, std::move(queue));
+    // After construction: region monitoring needs the client's own reference.
+    client->updateLocalNotificationTimersAndRegionRegistrations();
+    return client;
 }
 
 KTLocalNotificationClient::~KTLocalNotificationClient() { _invalidateLocalNotificationTimers(); }

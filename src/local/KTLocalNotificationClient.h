@@ -1,9 +1,11 @@
 #pragma once
 
+#include "local/KTLocationMonitor.h"
 #include "platform/Date.h"
 #include "platform/Value.h"
 
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <optional>
 #include <set>
@@ -20,10 +22,11 @@ class PersistentTimer;
 class WorkQueue;
 
 // One application's scheduled local notifications: the persisted list, the
-// wake-up timer for the earliest fire date, firing and snoozing. Confined to
-// the queue it is given; it must also be destroyed there (or once the queue is
-// idle), since its timer calls back into it on that queue.
-class KTLocalNotificationClient {
+// wake-up timer for the earliest fire date, firing, snoozing and region
+// triggers. Confined to the queue it is given; it must also be destroyed there
+// (or once the queue is idle), since its timer calls back into it on that queue.
+class KTLocalNotificationClient : public KTLocationMonitorDelegate,
+                                  public std::enable_shared_from_this<KTLocalNotificationClient> {
 public:
     using LocalNotificationList = std::vector<std::shared_ptr<LocalNotification>>;
 
@@ -38,9 +41,13 @@ public:
     // A notification is due when it fires at most this long after now.
     static constexpr double dueTolerance = 1.0;
 
+    // Creates the client and arms what its persisted list needs. On the queue.
+    static std::shared_ptr<KTLocalNotificationClient> create(std::string bundleIdentifier,
+        bool isSystemApplication, bool requiresLocalNotifications, bool userNotificationsEnabled,
+        std::shared_ptr<WorkQueue> queue);
     KTLocalNotificationClient(std::string bundleIdentifier, bool isSystemApplication,
         bool requiresLocalNotifications, bool userNotificationsEnabled, std::shared_ptr<WorkQueue> queue);
-    ~KTLocalNotificationClient();
+    ~KTLocalNotificationClient() override;
     KTLocalNotificationClient(const KTLocalNotificationClient&) = delete;
     KTLocalNotificationClient& operator=(const KTLocalNotificationClient&) = delete;
 
@@ -87,6 +94,12 @@ public:
     // Region monitoring.
     bool appIsAuthorizedForRegionMonitoring();
     void triggerLocationArrow();
+    void handleTriggeredRegion(const std::shared_ptr<Region>& region, bool didEnter);
+    void locationMonitorDidEnterRegion(
+        KTLocationMonitor& monitor, const std::shared_ptr<Region>& region) override;
+    void locationMonitorDidExitRegion(
+        KTLocationMonitor& monitor, const std::shared_ptr<Region>& region) override;
+    const std::shared_ptr<KTLocationMonitor>& locationMonitor() const { return _locationMonitor; }
 
     // State, for the service and for inspection.
     const PersistentTimer* localNotificationTimer() const { return _localNotificationTimer.get(); }
@@ -135,6 +148,8 @@ private:
     std::optional<std::set<std::string>> _requireLocalNotificationsCachingReasons;
     std::unique_ptr<PersistentTimer> _localNotificationTimer;
     bool _monitoringLocaleAndTimeChanges = false;
+    std::shared_ptr<KTLocationMonitor> _locationMonitor;
+    std::map<std::string, LocalNotificationList> _localNotificationsByMonitoredRegionIdentifier;
 };
 
 } // namespace tessel

@@ -10,6 +10,7 @@ class ApplicationDataStoreDatabase;
 class ApplicationWorkspace;
 class Clock;
 class FileLogManager;
+class LocationServices;
 class NotificationCenter;
 class Preferences;
 class ProcessManager;
@@ -45,6 +46,9 @@ public:
     std::shared_ptr<ApplicationDataStoreDatabase> dataStores;
     std::shared_ptr<SystemAlertService> systemAlerts;
     std::shared_ptr<ProcessManager> processManager;
+    std::shared_ptr<LocationServices> locationServices;
+    // The bulletin service's own identifier: region monitoring for notifications is attributed to it.
+    std::string bulletinServiceBundleIdentifier = "com.tamber.bulletins";
 
     static void install(std::shared_ptr<Platform> platform);
     // The installed platform; a server without one is a programming error and aborts.

@@ -33,4 +33,10 @@ void ktLocalLog(std::string_view bundleIdentifier, const std::string& text)
         logger->log(format("[%@] ", bundleIdentifier) + text);
 }
 
+void ktLocalLogLine(const std::string& text)
+{
+    if (auto logger = KTLocalNotificationLogger::registeredLogger())
+        logger->log(text);
+}
+
 } // namespace tessel

@@ -25,5 +25,7 @@ bool ktRemoteLoggingEnabled();
 bool ktLocalLoggingEnabled();
 void ktRemoteLog(const std::string& text);
 void ktLocalLog(std::string_view bundleIdentifier, const std::string& text);
+// A local line that names no application.
+void ktLocalLogLine(const std::string& text);
 
 } // namespace tessel

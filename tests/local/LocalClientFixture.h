@@ -56,7 +56,7 @@ protected:
     {
         onQueue([&] {
             client.reset();
-            client = std::make_unique<KTLocalNotificationClient>(app, system, required, enabled, queue);
+            client = KTLocalNotificationClient::create(app, system, required, enabled, queue);
         });
         return *client;
     }
@@ -125,7 +125,7 @@ protected:
 
     SimulatedDevice device;
     std::shared_ptr<WorkQueue> queue = WorkQueue::create("com.tamber.KTLocalNotificationService");
-    std::unique_ptr<KTLocalNotificationClient> client;
+    std::shared_ptr<KTLocalNotificationClient> client;
     std::vector<std::shared_ptr<LocalNotification>> fired;
     std::vector<Value> changes;
 };

@@ -4,6 +4,7 @@
 #include "platform/FileLogManager.h"
 #include "platform/FileManager.h"
 #include "platform/InProcessSystemNotificationCenter.h"
+#include "platform/LocationServices.h"
 #include "platform/LocalNotification.h"
 #include "platform/NotificationCenter.h"
 #include "platform/Path.h"
@@ -47,6 +48,8 @@ std::shared_ptr<Platform> LinuxPlatform::make()
         });
     platform->workspace = LinuxApplicationWorkspace::make(platform->libraryDirectory);
     platform->processManager = std::make_shared<LinuxProcessManager>();
+    // No positioning service here: the host reports crossings and grants authorization.
+    platform->locationServices = std::make_shared<LocationServices>();
     return platform;
 }
 

@@ -4,6 +4,7 @@
 #include "platform/FileLogManager.h"
 #include "platform/FileManager.h"
 #include "platform/InProcessSystemNotificationCenter.h"
+#include "platform/LocationServices.h"
 #include "platform/NotificationCenter.h"
 #include "platform/Path.h"
 #include "platform/Preferences.h"
@@ -76,6 +77,7 @@ SimulatedDevice::SimulatedDevice(Date start)
     platform.workspace = std::make_shared<SimulatedApplicationWorkspace>(platform.libraryDirectory);
     platform.systemAlerts = _systemAlerts;
     platform.processManager = _processManager;
+    platform.locationServices = std::make_shared<LocationServices>();
     std::weak_ptr<PowerLog> powerLog = _powerLog;
     KTSSetLocalNotificationFiredPowerHandler([powerLog](int32_t pid, const std::string& bundleIdentifier) {
         if (auto log = powerLog.lock())

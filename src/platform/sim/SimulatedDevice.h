@@ -12,6 +12,7 @@
 namespace tessel {
 
 class CapturedSystemLog;
+class LocationServices;
 class InProcessSystemNotificationCenter;
 class SimulatedSystemAlerts;
 class SimulatedProcessManager;
@@ -36,6 +37,7 @@ public:
     SimulatedSystemAlerts& systemAlerts() { return *_systemAlerts; }
     SimulatedApplicationWorkspace& applicationWorkspace();
     SimulatedProcessManager& processManager() { return *_processManager; }
+    LocationServices& locationServices() { return *_platform->locationServices; }
 
     // Posts to the power log while this device is installed, oldest first.
     struct PowerLogEntry {

@@ -1,0 +1,157 @@
+#include "LocalClientFixture.h"
+
+#include "platform/LocationServices.h"
+#include "platform/Region.h"
+#include "platform/sim/SimulatedProcessManager.h"
+
+using namespace tessel;
+using tessel::testing_support::LocalClientTest;
+
+namespace {
+
+class LocalRegions : public LocalClientTest {
+protected:
+    void SetUp() override
+    {
+        LocalClientTest::SetUp();
+        locations().setAuthorizationStatus(app, LocationManager::AuthorizedWhenInUse);
+        makeClient();
+    }
+
+    LocationServices& locations() { return device.locationServices(); }
+
+    std::shared_ptr<LocalNotification> at(
+        const std::string& identifier, const std::string& body, bool once = false)
+    {
+        auto n = regional(identifier);
+        n->setAlertBody(body);
+        n->setRegionTriggersOnce(once);
+        return n;
+    }
+
+    void cross(const std::string& identifier, bool entered = true)
+    {
+        device.waitUntilIdle();
+        locations().reportCrossing(identifier, entered);
+        device.waitUntilIdle();
+    }
+
+    std::vector<std::string> monitored()
+    {
+        device.waitUntilIdle();
+        return locations().monitoredRegionIdentifiers();
+    }
+
+    using Strings = std::vector<std::string>;
+};
+
+TEST_F(LocalRegions, ARegionIsMonitoredOnceWhileAnyNotificationUsesIt)
+{
+    auto first = at("home", "first");
+    auto second = at("home", "second");
+    schedule({ first, second, at("gym", "third") });
+    EXPECT_EQ(monitored(), (Strings { "gym", "home" }));
+    onQueue([&] { client->cancelLocalNotification(first); });
+    EXPECT_EQ(monitored(), (Strings { "gym", "home" }));
+    onQueue([&] { client->cancelLocalNotification(second); });
+    EXPECT_EQ(monitored(), (Strings { "gym" }));
+    EXPECT_TRUE(logged("LocationManager started monitoring region "));
+}
+
+TEST_F(LocalRegions, OnceOnlyNotificationsRetireAfterTheirFirstCrossing)
+{
+    schedule({ at("office", "once", true), at("gym", "every time") });
+    cross("office");
+    cross("gym", false);
+    cross("gym");
+    cross("office");
+    EXPECT_EQ(bodies(fired), (Strings { "once", "every time", "every time" }));
+    EXPECT_EQ(bodies(scheduled()), (Strings { "every time" }));
+    EXPECT_EQ(monitored(), (Strings { "gym" }));
+    EXPECT_EQ(deliveredCount(), 3u);
+}
+
+TEST_F(LocalRegions, UnauthorizedCrossingsFireAndSaveNothing)
+{
+    schedule({ at("home", "home") });
+    for (auto status :
+        { LocationManager::NotDetermined, LocationManager::Restricted, LocationManager::Denied }) {
+        locations().setAuthorizationStatus(app, status);
+        cross("home");
+    }
+    EXPECT_TRUE(fired.empty());
+    EXPECT_EQ(deliveredCount(), 0u);
+    EXPECT_EQ(bodies(scheduled()), (Strings { "home" }));
+    EXPECT_TRUE(logged("is not authorized for notifications."));
+    locations().setAuthorizationStatus(app, LocationManager::AuthorizedAlways);
+    cross("home");
+    EXPECT_EQ(fired.size(), 1u);
+}
+
+TEST_F(LocalRegions, StrayCrossingsAreTellingOrIgnored)
+{
+    schedule({ at("home", "home") });
+    auto unknown = std::make_shared<Region>("nowhere", 0, 0, 100);
+    unknown->setOnBehalfOfBundleId(app);
+    auto foreign = std::make_shared<Region>("home", 0, 0, 100);
+    foreign->setOnBehalfOfBundleId("com.example.other");
+
+    size_t changesBefore = changes.size();
+    device.waitUntilIdle();
+    locations().deliverCrossing(foreign, true);
+    device.waitUntilIdle();
+    EXPECT_TRUE(fired.empty()) << "stamped for another application";
+    EXPECT_EQ(changes.size(), changesBefore) << "and nothing saved";
+
+    locations().deliverCrossing(unknown, false);
+    device.waitUntilIdle();
+    EXPECT_TRUE(fired.empty());
+    EXPECT_TRUE(logged("received handleTriggeredRegion:didEnter: for left region "));
+    EXPECT_GT(changes.size(), changesBefore) << "the list is saved all the same";
+}
+
+TEST_F(LocalRegions, CapAndUninstallStopMonitoring)
+{
+    List list;
+    for (int i = 0; i < 25; ++i)
+        list.push_back(at("region " + std::to_string(100 + i), "n" + std::to_string(i)));
+    schedule(list);
+    EXPECT_EQ(monitored().size(), 20u);
+    schedule({ at("region 100", "n0") }, true);
+    EXPECT_EQ(monitored(), (Strings { "region 100" })) << "replacing releases the others";
+    onQueue([&] { client->handleUninstall(); });
+    EXPECT_TRUE(monitored().empty());
+    EXPECT_EQ(storedList().length(), 1u);
+}
+
+TEST_F(LocalRegions, AForegroundRegionFiringShowsTheLocationIndicator)
+{
+    device.processManager().launch(app);
+    schedule({ at("home", "home") });
+    cross("home");
+    EXPECT_EQ(locations().locationIndicatorCount(), 1);
+    EXPECT_EQ(device.processManager().sentActions().size(), 1u);
+}
+
+TEST_F(LocalRegions, AFailedStartIsLoggedAndKeepsTheRegistration)
+{
+    locations().failNextStart("no signal");
+    schedule({ at("home", "home") });
+    EXPECT_TRUE(monitored().empty());
+    EXPECT_TRUE(logged("LocationManager failed with error no signal for com.example.alarm"));
+    schedule({ at("home", "home"), at("gym", "gym") }, true);
+    EXPECT_EQ(monitored(), (Strings { "gym" })) << "home counts as monitored already";
+}
+
+TEST_F(LocalRegions, PersistedRegionsAreMonitoredWhenTheClientStarts)
+{
+    schedule({ at("home", "home") });
+    onQueue([&] { client.reset(); });
+    EXPECT_TRUE(monitored().empty()) << "the monitor goes with its client";
+    makeClient();
+    EXPECT_EQ(monitored(), (Strings { "home" }));
+    cross("home");
+    EXPECT_EQ(fired.size(), 1u);
+}
+
+} // namespace
