@@ -15,6 +15,7 @@ class Preferences;
 class SystemAlertService;
 class SystemLog;
 class SystemNotificationCenter;
+class SystemService;
 
 // The services of the machine the server runs on. A host installs one before
 // starting the server (the daemon a Linux one, tests a simulated device); the
@@ -43,6 +44,8 @@ public:
     std::shared_ptr<ApplicationWorkspace> workspace;
     std::shared_ptr<ApplicationDataStoreDatabase> dataStores;
     std::shared_ptr<SystemAlertService> systemAlerts;
+    // Icon badges; without one, badges are not shown.
+    std::shared_ptr<SystemService> systemService;
 
     static void install(std::shared_ptr<Platform> platform);
     // The installed platform; a server without one is a programming error and aborts.

@@ -12,6 +12,7 @@
 #include "platform/sim/ManualClock.h"
 #include "platform/sim/SimulatedApplicationWorkspace.h"
 #include "platform/sim/SimulatedSystemAlerts.h"
+#include "platform/sim/SimulatedSystemService.h"
 
 #include <cstdlib>
 #include <stdexcept>
@@ -59,6 +60,7 @@ SimulatedDevice::SimulatedDevice(Date start)
         });
     platform.workspace = std::make_shared<SimulatedApplicationWorkspace>(platform.libraryDirectory);
     platform.systemAlerts = _systemAlerts;
+    platform.systemService = std::make_shared<SimulatedSystemService>();
     Platform::install(_platform);
 }
 
@@ -81,6 +83,11 @@ void SimulatedDevice::waitUntilIdle() { WorkQueue::waitUntilIdle(); }
 SimulatedApplicationWorkspace& SimulatedDevice::applicationWorkspace()
 {
     return static_cast<SimulatedApplicationWorkspace&>(*_platform->workspace);
+}
+
+SimulatedSystemService& SimulatedDevice::systemService()
+{
+    return static_cast<SimulatedSystemService&>(*_platform->systemService);
 }
 
 std::vector<std::string> SimulatedDevice::fileLogLines(const std::string& loggerName) const

@@ -14,6 +14,7 @@ class CapturedSystemLog;
 class InProcessSystemNotificationCenter;
 class SimulatedSystemAlerts;
 class SimulatedApplicationWorkspace;
+class SimulatedSystemService;
 
 // A whole device in memory for tests and benchmarks: a temporary Library
 // directory, a manual clock, captured logs and in-process notification centers.
@@ -33,6 +34,7 @@ public:
     InProcessSystemNotificationCenter& systemNotificationCenter() { return *_systemNotificationCenter; }
     SimulatedSystemAlerts& systemAlerts() { return *_systemAlerts; }
     SimulatedApplicationWorkspace& applicationWorkspace();
+    SimulatedSystemService& systemService();
 
     // Moves the clock on, firing due timers in date order, and lets all work finish.
     void advance(double seconds);
