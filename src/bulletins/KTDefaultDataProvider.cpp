@@ -108,7 +108,8 @@ KTDefaultDataProvider::KTDefaultDataProvider(
     store->registerAppForNotificationsWithBundleID(_sectionID);
     store->addObserver(_storeObserver, _sectionID);
     // Whatever is stored already is already on screen.
-    for (const auto& record : store->savedNotificationsForBundleID(_sectionID).arrayValue()) {
+    auto saved = store->savedNotificationsForBundleID(_sectionID);
+    for (const auto& record : saved.arrayValue()) {
         if (auto identifier = publisherBulletinID(record))
             _publisherBulletinIDs.push_back(std::move(*identifier));
     }
@@ -359,9 +360,9 @@ std::optional<BulletinRequest> KTDefaultDataProvider::_bulletinForNotification(
 
 // Presenting changes
 
-Value::Array KTDefaultDataProvider::_savedNotifications() const
+Value KTDefaultDataProvider::_savedNotifications() const
 {
-    return KTNotificationStore::sharedInstance()->savedNotificationsForBundleID(_sectionID).arrayValue();
+    return KTNotificationStore::sharedInstance()->savedNotificationsForBundleID(_sectionID);
 }
 
 void KTDefaultDataProvider::pushStoreNotificationsDidChange()
@@ -386,7 +387,8 @@ void KTDefaultDataProvider::_queue_notificationsDidChange()
     auto proxy = this->proxy();
     std::shared_ptr<SystemService> systemService
         = Platform::isInstalled() ? Platform::current().systemService : nullptr;
-    auto records = _savedNotifications();
+    auto saved = _savedNotifications();
+    const auto& records = saved.arrayValue();
     std::optional<NotificationCategories> categories;
     std::vector<std::string> identifiers;
     identifiers.reserve(records.size());
@@ -453,7 +455,8 @@ BulletinSet KTDefaultDataProvider::_allBulletinsWithMaxCount(
     BulletinSet bulletins;
     std::set<std::string> taken;
     std::optional<NotificationCategories> categories;
-    for (const auto& record : _savedNotifications()) {
+    auto saved = _savedNotifications();
+    for (const auto& record : saved.arrayValue()) {
         auto bulletin = _bulletinForNotification(record, categories);
         if (!bulletin)
             continue;

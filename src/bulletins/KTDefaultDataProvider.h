@@ -109,7 +109,7 @@ private:
     void _queue_clearedNotifications();
     void _cleanupMigrationFromCalderaWithLastClearedDate(Date lastClearedDate);
 
-    Value::Array _savedNotifications() const;
+    Value _savedNotifications() const;
 
     const std::string _sectionID;
     std::vector<std::string> _publisherBulletinIDs;

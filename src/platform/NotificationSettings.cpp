@@ -67,7 +67,8 @@ void NotificationSettings::encodeWithCoder(KeyedArchiver& coder) const
 std::shared_ptr<NotificationSettings> NotificationSettings::decode(KeyedUnarchiver& coder)
 {
     NotificationCategories categories;
-    for (const auto& element : coder.decodeObject("categories").arrayValue()) {
+    auto archived = coder.decodeObject("categories");
+    for (const auto& element : archived.arrayValue()) {
         if (auto category = element.objectAs<NotificationCategory>())
             categories.push_back(std::move(category));
     }
