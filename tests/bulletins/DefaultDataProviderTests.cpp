@@ -6,7 +6,9 @@
 #include "platform/sim/CapturedSystemLog.h"
 #include "platform/sim/SimulatedSystemService.h"
 
+#include <algorithm>
 #include <gmock/gmock.h>
+#include <thread>
 
 using namespace tessel;
 using namespace tessel::testing;
@@ -542,6 +544,27 @@ TEST_F(ProviderTest, SectionSettingsChangesAreAnnounced)
         EXPECT_EQ(announced[i][KTNotificationBundleIdentifierKey], Value(app));
         EXPECT_EQ(announced[i][KTNotificationEnabledKey], Value(cases[i].enabled)) << "case " << i;
     }
+}
+
+TEST_F(ProviderTest, ConcurrentSavesAndRequestsPresentEachRecordOnce)
+{
+    host();
+    auto save = [](const std::string& prefix) {
+        for (int i = 0; i < 20; ++i)
+            KTNotificationStore::sharedInstance()->saveRemoteNotificationWithTitle(
+                {}, prefix + std::to_string(i), {}, {}, {}, {}, {}, {}, app);
+    };
+    std::thread first(save, "first "), second(save, "second ");
+    for (int i = 0; i < 10; ++i)
+        service.requestBulletins(app, { .maximumCount = 5 });
+    first.join();
+    second.join();
+    device.waitUntilIdle();
+    auto presented = added();
+    std::sort(presented.begin(), presented.end());
+    EXPECT_EQ(std::adjacent_find(presented.begin(), presented.end()), presented.end());
+    EXPECT_EQ(presented.size(), 40u);
+    EXPECT_THAT(withdrawn(), IsEmpty());
 }
 
 TEST_F(ProviderTest, LoadIsLogged)
