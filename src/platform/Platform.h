@@ -17,6 +17,7 @@ class ProcessManager;
 class SystemAlertService;
 class SystemLog;
 class SystemNotificationCenter;
+class SystemService;
 
 // The services of the machine the server runs on. A host installs one before
 // starting the server (the daemon a Linux one, tests a simulated device); the
@@ -49,6 +50,8 @@ public:
     std::shared_ptr<LocationServices> locationServices;
     // The bulletin service's own identifier: region monitoring for notifications is attributed to it.
     std::string bulletinServiceBundleIdentifier = "com.tamber.bulletins";
+    // Icon badges; without one, badges are not shown.
+    std::shared_ptr<SystemService> systemService;
 
     static void install(std::shared_ptr<Platform> platform);
     // The installed platform; a server without one is a programming error and aborts.

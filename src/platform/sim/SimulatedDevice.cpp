@@ -14,6 +14,7 @@
 #include "platform/sim/SimulatedApplicationWorkspace.h"
 #include "platform/sim/SimulatedProcessManager.h"
 #include "platform/sim/SimulatedSystemAlerts.h"
+#include "platform/sim/SimulatedSystemService.h"
 #include "services/KTSPowerLog.h"
 
 #include <cstdlib>
@@ -88,6 +89,7 @@ SimulatedDevice::SimulatedDevice(Date start)
             if (auto log = powerLog.lock())
                 log->record({ pid, bundleIdentifier, topic });
         });
+    platform.systemService = std::make_shared<SimulatedSystemService>();
     Platform::install(_platform);
 }
 
@@ -112,6 +114,11 @@ void SimulatedDevice::waitUntilIdle() { WorkQueue::waitUntilIdle(); }
 SimulatedApplicationWorkspace& SimulatedDevice::applicationWorkspace()
 {
     return static_cast<SimulatedApplicationWorkspace&>(*_platform->workspace);
+}
+
+SimulatedSystemService& SimulatedDevice::systemService()
+{
+    return static_cast<SimulatedSystemService&>(*_platform->systemService);
 }
 
 std::vector<std::string> SimulatedDevice::fileLogLines(const std::string& loggerName) const

@@ -17,6 +17,7 @@ class InProcessSystemNotificationCenter;
 class SimulatedSystemAlerts;
 class SimulatedProcessManager;
 class SimulatedApplicationWorkspace;
+class SimulatedSystemService;
 
 // A whole device in memory for tests and benchmarks: a temporary Library
 // directory, a manual clock, captured logs and in-process notification centers.
@@ -46,6 +47,7 @@ public:
         std::string topic; // empty for a local notification
     };
     std::vector<PowerLogEntry> powerLogEntries() const;
+    SimulatedSystemService& systemService();
 
     // Moves the clock on, firing due timers in date order, and lets all work finish.
     void advance(double seconds);

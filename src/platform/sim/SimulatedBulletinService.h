@@ -1,0 +1,84 @@
+#pragma once
+
+#include "platform/BulletinDestinations.h"
+#include "platform/BulletinRequest.h"
+#include "platform/BulletinRequestParameters.h"
+#include "platform/DataProviderClearedInfo.h"
+#include "platform/SectionInfo.h"
+#include "platform/ThumbnailSizeConstraints.h"
+#include "platform/Value.h"
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace tessel {
+
+class RemoteDataProvider;
+class WorkQueue;
+
+// The bulletin service of the simulated device: hosts data providers, records
+// what they send per section and keeps each section's settings and cleared
+// info. Tests play the user through it; every such call runs on the
+// provider's queue, as the real service does, and waits for the answer.
+class SimulatedBulletinService {
+public:
+    struct Event {
+        enum class Kind { Add, Withdraw, Invalidate };
+        Kind kind = Kind::Add;
+        // Add: the bulletin, and how it was added: with an interrupt flag or for destinations.
+        std::optional<BulletinRequest> bulletin;
+        std::optional<bool> interrupt;
+        std::optional<BulletinDestinations> destinations;
+        // Add and Withdraw.
+        std::string publisherBulletinID;
+    };
+
+    SimulatedBulletinService();
+    ~SimulatedBulletinService();
+    SimulatedBulletinService(const SimulatedBulletinService&) = delete;
+    SimulatedBulletinService& operator=(const SimulatedBulletinService&) = delete;
+
+    // Calls the provider on queue from now on: hands it its proxy, tells it it
+    // loaded, and gives a section the service does not know yet the provider's
+    // default settings. Must not be called from queue.
+    void addDataProvider(std::shared_ptr<RemoteDataProvider> provider, std::shared_ptr<WorkQueue> queue);
+    // Its proxy goes dead; what it had on show stays recorded.
+    void removeDataProviderWithSectionID(const std::string& sectionID);
+    bool hostsSection(const std::string& sectionID) const;
+
+    std::vector<Event> events(const std::string& sectionID) const;
+    void clearEvents(const std::string& sectionID);
+    // Added and not since withdrawn or invalidated, in the order they came.
+    BulletinSet shownBulletins(const std::string& sectionID) const;
+
+    Value clearedInfo(const std::string& sectionID) const;
+    void setClearedInfo(const Value& clearedInfo, const std::string& sectionID);
+
+    // Section settings. Setting them tells the section's provider.
+    std::optional<SectionInfo> sectionInfo(const std::string& sectionID) const;
+    void setSectionInfo(const SectionInfo& sectionInfo);
+
+    // The user's side, answered by the provider. Clears take the cleared
+    // bulletins off show and keep the provider's cleared info.
+    std::optional<BulletinSet> requestBulletins(
+        const std::string& sectionID, const BulletinRequestParameters& parameters);
+    DataProviderClearedInfo clearAllBulletins(const std::string& sectionID, uint64_t limit);
+    void clearBulletins(const std::string& sectionID, const BulletinSet& bulletins);
+    std::optional<Bytes> attachmentPNGData(const std::string& sectionID, const std::string& recordID,
+        const ThumbnailSizeConstraints& constraints);
+    std::optional<float> attachmentAspectRatio(const std::string& sectionID, const std::string& recordID);
+
+private:
+    struct State;
+    class Proxy;
+    struct Host;
+
+    std::optional<Host> host(const std::string& sectionID) const;
+
+    std::shared_ptr<State> _state;
+};
+
+} // namespace tessel

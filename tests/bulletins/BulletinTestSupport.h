@@ -1,0 +1,105 @@
+#pragma once
+
+#include "bulletins/KTDefaultDataProvider.h"
+#include "platform/FileManager.h"
+#include "platform/KeyedArchive.h"
+#include "platform/Path.h"
+#include "platform/WorkQueue.h"
+#include "platform/sim/SimulatedBulletinService.h"
+#include "platform/sim/SimulatedDevice.h"
+#include "store/KTNotificationStore.h"
+
+#include <gtest/gtest.h>
+#include <tessel/Tessel.h>
+
+namespace tessel::testing {
+
+inline constexpr const char* app = "com.example.app";
+
+// A record as the store keeps it, dated seconds after the reference date.
+inline Value::Dictionary storedRecord(double seconds, Value message = "Hello")
+{
+    Value::Dictionary record {
+        { KTNotificationStoreCreationDateKey, Date(seconds) },
+        { KTNotificationStoreNotificationTypeKey, kKTNotificationStoreNotificationTypeRemote },
+    };
+    if (!message.isNull())
+        record[KTNotificationStoreMessageKey] = message;
+    return record;
+}
+
+inline std::string identifierOf(const Value::Dictionary& record)
+{
+    return KTNotificationStore::uniqueIdentifierForNotification(Value(record)).value_or("");
+}
+
+// One application's provider hosted by the simulated bulletin service.
+class ProviderTest : public ::testing::Test {
+protected:
+    void TearDown() override
+    {
+        if (provider)
+            provider->invalidate();
+    }
+
+    void host()
+    {
+        provider = std::make_shared<KTDefaultDataProvider>(app, "Example", queue);
+        service.addDataProvider(provider, queue);
+    }
+
+    // Replaces the application's store file, as an older release or another
+    // writer may have left it; records go newest first.
+    void writeStore(const Value::Array& records)
+    {
+        auto directory = KTNotificationStore::storeDirectory();
+        FileManager::createDirectoryAtPath(directory, true);
+        auto data = KeyedArchive::archivedData(Value(records));
+        ASSERT_TRUE(data);
+        ASSERT_TRUE(FileManager::writeAtomically(
+            Path::appendingComponent(directory, std::string(app) + ".pushstore"), *data));
+    }
+
+    // What the store tells its observers after a write of its own.
+    void announceChange()
+    {
+        provider->pushStoreNotificationsDidChange();
+        device.waitUntilIdle();
+    }
+
+    Value::Array stored()
+    {
+        return KTNotificationStore::sharedInstance()->savedNotificationsForBundleID(app).arrayValue();
+    }
+
+    std::vector<SimulatedBulletinService::Event> events(SimulatedBulletinService::Event::Kind kind)
+    {
+        std::vector<SimulatedBulletinService::Event> matching;
+        for (auto& event : service.events(app)) {
+            if (event.kind == kind)
+                matching.push_back(event);
+        }
+        return matching;
+    }
+    std::vector<std::string> withdrawn()
+    {
+        std::vector<std::string> identifiers;
+        for (auto& event : events(SimulatedBulletinService::Event::Kind::Withdraw))
+            identifiers.push_back(event.publisherBulletinID);
+        return identifiers;
+    }
+    std::vector<std::string> added()
+    {
+        std::vector<std::string> identifiers;
+        for (auto& event : events(SimulatedBulletinService::Event::Kind::Add))
+            identifiers.push_back(event.publisherBulletinID);
+        return identifiers;
+    }
+
+    SimulatedDevice device;
+    std::shared_ptr<WorkQueue> queue = WorkQueue::create("com.tamber.KTDefaultDataProviderFactory");
+    SimulatedBulletinService service;
+    std::shared_ptr<KTDefaultDataProvider> provider;
+};
+
+} // namespace tessel::testing
