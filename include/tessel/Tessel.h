@@ -94,6 +94,11 @@ typedef struct KTSystemStateProvidingCallbacks {
 TESSEL_EXPORT void KTTesselServerStart(const KTSystemStateProvidingCallbacks* systemStateProvider);
 TESSEL_EXPORT void KTClearNotificationsForBundleIdentifier(const char* bundleIdentifier);
 TESSEL_EXPORT void KTSystemDidSetBadgeForBundleIdentifier(const char* bundleIdentifier);
+/* Whether the application may have region-triggered notifications fire: false
+ * for NULL or an application the server has no client for. Blocks briefly. */
+TESSEL_EXPORT bool KTIsAuthorizedForRegionMonitoring(const char* bundleIdentifier);
+/* Shows the location-in-use indicator for the application. */
+TESSEL_EXPORT void KTTriggerLocationArrow(const char* bundleIdentifier);
 /* Substitutes arguments into a format that came from the network: only "%@",
  * "%N$@" and "%%" are understood, anything else after "%" is dropped. A NULL
  * argument stands for a missing one. Answers a new UTF-8 string to free() with

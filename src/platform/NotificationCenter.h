@@ -12,6 +12,12 @@
 
 namespace tessel {
 
+// Posted by the host on the in-process center when the user's locale changes
+// and when the system asks processes to give memory back.
+inline constexpr const char* CurrentLocaleDidChangeNotification = "CurrentLocaleDidChangeNotification";
+inline constexpr const char* ApplicationDidReceiveMemoryWarningNotification
+    = "ApplicationDidReceiveMemoryWarningNotification";
+
 struct Notification {
     std::string name;
     const void* object = nullptr;

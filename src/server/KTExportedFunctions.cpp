@@ -1,4 +1,5 @@
 // The C interface's functions.
+#include "local/KTLocalNotificationService.h"
 #include "platform/Format.h"
 #include "platform/Platform.h"
 #include "platform/SystemLog.h"
@@ -51,6 +52,23 @@ void KTSystemDidSetBadgeForBundleIdentifier(const char* bundleIdentifier)
     Platform::current().systemLog->log(LogPriority::Notice,
         format("KTSystemDidSetBadgeForBundleIdentifier: no settings service; badge for %s not registered",
             bundleIdentifier ? bundleIdentifier : "(null)"));
+}
+
+bool KTIsAuthorizedForRegionMonitoring(const char* bundleIdentifier)
+{
+    ensurePlatform();
+    if (!bundleIdentifier)
+        return false;
+    return KTLocalNotificationService::sharedInstance()->bundleIdentifierAuthorizedForRegionMonitoring(
+        bundleIdentifier);
+}
+
+void KTTriggerLocationArrow(const char* bundleIdentifier)
+{
+    ensurePlatform();
+    if (bundleIdentifier)
+        KTLocalNotificationService::sharedInstance()->triggerLocationArrowForBundleIdentifier(
+            bundleIdentifier);
 }
 
 char* _VYSAppNotificationStoreDirectory(void)

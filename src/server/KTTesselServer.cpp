@@ -1,5 +1,6 @@
 #include "server/KTTesselServer.h"
 
+#include "local/KTLocalNotificationService.h"
 #include "platform/FileLogManager.h"
 #include "platform/Platform.h"
 #include "platform/SystemNotificationCenter.h"
@@ -69,6 +70,7 @@ void KTTesselServerStart(std::shared_ptr<KTSystemStateProviding> systemStateProv
             "com.tamber.tessel.prefsChanged", KTPreferencesChanged);
         registerLoggers(*platform.fileLogManager);
         KTNotificationStore::migratePushStore();
+        KTLocalNotificationService::sharedInstance();
         KTTesselServer::setSharedInstance(std::make_shared<KTTesselServer>(retainedProvider));
     });
 }
