@@ -54,8 +54,13 @@ KTLocalNotificationClient::~KTLocalNotificationClient() { _invalidateLocalNotifi
 void KTLocalNotificationClient::updateLocalNotificationTimersAndRegionRegistrations()
 {
     KT_ASSERT_ON_QUEUE(*_queue);
+    auto scheduled = _borrowedLocalNotifications ? std::nullopt : _scheduledLocalNotifications();
+    if (scheduled)
+        _borrowedLocalNotifications = &*scheduled;
     _updateLocalNotificationTimers();
     _updateLocalNotificationRegionRegistrations();
+    if (scheduled)
+        _borrowedLocalNotifications = nullptr;
 }
 
 void KTLocalNotificationClient::invalidateLocalNotificationTimersAndRegionRegistrations()
@@ -126,8 +131,8 @@ KTLocalNotificationClient::_scheduledLocalNotifications()
     KT_ASSERT_ON_QUEUE(*_queue);
     if (_cachedLocalNotifications)
         return _cachedLocalNotifications;
-    if (_justSavedLocalNotifications)
-        return *_justSavedLocalNotifications;
+    if (_borrowedLocalNotifications)
+        return *_borrowedLocalNotifications;
     std::optional<LocalNotificationList> loaded;
     if (_dataStore) {
         // Foreign or broken elements read as null and are left out below.
@@ -176,10 +181,10 @@ void KTLocalNotificationClient::_setScheduledLocalNotifications(const LocalNotif
         yesNo(shouldCache), list);
     // Arming reads back what was just written; it gets the list instead of decoding it again.
     if (saved)
-        _justSavedLocalNotifications = &notifications;
+        _borrowedLocalNotifications = &notifications;
     _updateLocalNotificationTimers();
     _updateLocalNotificationRegionRegistrations();
-    _justSavedLocalNotifications = nullptr;
+    _borrowedLocalNotifications = nullptr;
 }
 
 void KTLocalNotificationClient::_beginRequireLocalNotificationsCachingWithReason(const std::string& reason)

@@ -143,8 +143,9 @@ private:
     bool _uninstalled = false;
     const std::shared_ptr<WorkQueue> _queue;
     std::optional<LocalNotificationList> _cachedLocalNotifications;
-    // Set only while a save re-arms, so the list just written is not decoded again.
-    const LocalNotificationList* _justSavedLocalNotifications = nullptr;
+    // The list a call already holds (just saved, or loaded for several steps), lent
+    // to the steps it calls so they do not decode it again; set only during that call.
+    const LocalNotificationList* _borrowedLocalNotifications = nullptr;
     std::optional<std::set<std::string>> _requireLocalNotificationsCachingReasons;
     std::unique_ptr<PersistentTimer> _localNotificationTimer;
     bool _monitoringLocaleAndTimeChanges = false;

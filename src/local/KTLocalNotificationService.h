@@ -36,6 +36,9 @@ public:
     static std::shared_ptr<KTLocalNotificationService> sharedInstance();
     KTLocalNotificationService();
     ~KTLocalNotificationService() override;
+    // Observes the platform and creates the clients on the queue; once, after
+    // construction (sharedInstance does it).
+    void start();
 
     const std::shared_ptr<WorkQueue>& queue() const { return _queue; }
 
@@ -95,7 +98,6 @@ public:
         ProcessManager& manager, const std::shared_ptr<ApplicationProcess>& process) override;
 
 private:
-    void start();
     void _queue_start();
     template <typename Call> void forEachClient(Call call);
     void withClient(const std::string& bundleIdentifier, std::function<void(KTLocalNotificationClient&)> work,
