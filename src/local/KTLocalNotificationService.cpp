@@ -109,48 +109,43 @@ void KTLocalNotificationService::withClient(const std::string& bundleIdentifier,
     });
 }
 
-void KTLocalNotificationService::addScheduledLocalNotifications(
-    const List& notifications, const std::string& bundleIdentifier, Completion completion)
+void KTLocalNotificationService::postListOperation(ListOperation operation, const List& notifications,
+    const std::string& bundleIdentifier, Completion completion)
 {
     auto self = shared_from_this();
-    _queue->async([self, notifications, bundleIdentifier, completion = std::move(completion)] {
-        self->_queue_addScheduledLocalNotifications(notifications, bundleIdentifier);
+    _queue->async([self, operation, notifications, bundleIdentifier, completion = std::move(completion)] {
+        ((*self).*operation)(notifications, bundleIdentifier);
         if (completion)
             completion();
     });
+}
+
+void KTLocalNotificationService::addScheduledLocalNotifications(
+    const List& notifications, const std::string& bundleIdentifier, Completion completion)
+{
+    postListOperation(&KTLocalNotificationService::_queue_addScheduledLocalNotifications, notifications,
+        bundleIdentifier, std::move(completion));
 }
 
 void KTLocalNotificationService::setScheduledLocalNotifications(
     const List& notifications, const std::string& bundleIdentifier, Completion completion)
 {
-    auto self = shared_from_this();
-    _queue->async([self, notifications, bundleIdentifier, completion = std::move(completion)] {
-        self->_queue_setScheduledLocalNotifications(notifications, bundleIdentifier);
-        if (completion)
-            completion();
-    });
+    postListOperation(&KTLocalNotificationService::_queue_setScheduledLocalNotifications, notifications,
+        bundleIdentifier, std::move(completion));
 }
 
 void KTLocalNotificationService::cancelScheduledLocalNotifications(
     const List& notifications, const std::string& bundleIdentifier, Completion completion)
 {
-    auto self = shared_from_this();
-    _queue->async([self, notifications, bundleIdentifier, completion = std::move(completion)] {
-        self->_queue_cancelScheduledLocalNotifications(notifications, bundleIdentifier);
-        if (completion)
-            completion();
-    });
+    postListOperation(&KTLocalNotificationService::_queue_cancelScheduledLocalNotifications, notifications,
+        bundleIdentifier, std::move(completion));
 }
 
 void KTLocalNotificationService::snoozeLocalNotifications(
     const List& notifications, const std::string& bundleIdentifier, Completion completion)
 {
-    auto self = shared_from_this();
-    _queue->async([self, notifications, bundleIdentifier, completion = std::move(completion)] {
-        self->_queue_snoozeLocalNotifications(notifications, bundleIdentifier);
-        if (completion)
-            completion();
-    });
+    postListOperation(&KTLocalNotificationService::_queue_snoozeLocalNotifications, notifications,
+        bundleIdentifier, std::move(completion));
 }
 
 void KTLocalNotificationService::scheduledLocalNotificationsForBundleIdentifier(

@@ -99,6 +99,9 @@ public:
 
 private:
     void _queue_start();
+    using ListOperation = void (KTLocalNotificationService::*)(const List&, const std::string&);
+    void postListOperation(ListOperation operation, const List& notifications,
+        const std::string& bundleIdentifier, Completion completion);
     template <typename Call> void forEachClient(Call call);
     void withClient(const std::string& bundleIdentifier, std::function<void(KTLocalNotificationClient&)> work,
         Completion completion);
