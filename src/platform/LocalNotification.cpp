@@ -444,8 +444,9 @@ std::shared_ptr<LocalNotification> LocalNotification::decode(KeyedUnarchiver& co
         n._totalRepeatCount = normalizedRepeatCount(coder.decodeInt32("totalRepeatCount"));
     if (coder.containsValueForKey("remainingRepeatCount"))
         n._remainingRepeatCount = normalizedRepeatCount(coder.decodeInt32("remainingRepeatCount"));
-    if (auto region = coder.decodeObject("region"); !region.isNull()) {
-        n._region = region.objectAs<Region>();
+    // A region that did not decode must not turn the record into a date-triggered one.
+    if (coder.containsValueForKey("region")) {
+        n._region = coder.decodeObject("region").objectAs<Region>();
         if (!n._region)
             return nullptr;
     }
@@ -491,14 +492,18 @@ bool LocalNotification::isEqual(const Archivable& other) const
     if (!n)
         return false;
     bool sameRegion = _region && n->_region ? _region->isEqual(*n->_region) : _region == n->_region;
-    return sameRegion && _fireDate == n->_fireDate && _timeZone == n->_timeZone
-        && _repeatInterval == n->_repeatInterval && _repeatCalendar == n->_repeatCalendar
-        && _totalRepeatCount == n->_totalRepeatCount && _remainingRepeatCount == n->_remainingRepeatCount
-        && _regionTriggersOnce == n->_regionTriggersOnce && _alertBody == n->_alertBody
-        && _alertTitle == n->_alertTitle && _alertAction == n->_alertAction && _hasAction == n->_hasAction
-        && _alertLaunchImage == n->_alertLaunchImage && _soundName == n->_soundName
-        && _applicationIconBadgeNumber == n->_applicationIconBadgeNumber && _userInfo == n->_userInfo
-        && _category == n->_category && _fromSnooze == n->_fromSnooze
+    auto sameFireDate = [&] {
+        if (!_fireDate || !n->_fireDate)
+            return _fireDate.has_value() == n->_fireDate.has_value();
+        return Value(*_fireDate) == Value(*n->_fireDate);
+    };
+    return sameRegion && sameFireDate() && _timeZone == n->_timeZone && _repeatInterval == n->_repeatInterval
+        && _repeatCalendar == n->_repeatCalendar && _totalRepeatCount == n->_totalRepeatCount
+        && _remainingRepeatCount == n->_remainingRepeatCount && _regionTriggersOnce == n->_regionTriggersOnce
+        && _alertBody == n->_alertBody && _alertTitle == n->_alertTitle && _alertAction == n->_alertAction
+        && _hasAction == n->_hasAction && _alertLaunchImage == n->_alertLaunchImage
+        && _soundName == n->_soundName && _applicationIconBadgeNumber == n->_applicationIconBadgeNumber
+        && _userInfo == n->_userInfo && _category == n->_category && _fromSnooze == n->_fromSnooze
         && _firedNotificationName == n->_firedNotificationName
         && _snoozedNotificationName == n->_snoozedNotificationName && _transient == n->_transient;
 }

@@ -1,5 +1,7 @@
 #include "platform/Region.h"
 
+#include <cmath>
+
 #include "platform/Format.h"
 #include "platform/KeyedArchiver.h"
 #include "platform/KeyedUnarchiver.h"
@@ -28,8 +30,14 @@ void Region::encodeWithCoder(KeyedArchiver& coder) const
 
 std::shared_ptr<Region> Region::decode(KeyedUnarchiver& coder)
 {
-    auto region = std::make_shared<Region>(coder.decodeObject("identifier").stringValue(),
-        coder.decodeDouble("latitude"), coder.decodeDouble("longitude"), coder.decodeDouble("radius"));
+    double latitude = coder.decodeDouble("latitude");
+    double longitude = coder.decodeDouble("longitude");
+    double radius = coder.decodeDouble("radius");
+    // No place is at a NaN or infinite coordinate; such a record is refused.
+    if (!std::isfinite(latitude) || !std::isfinite(longitude) || !std::isfinite(radius))
+        return nullptr;
+    auto region = std::make_shared<Region>(
+        coder.decodeObject("identifier").stringValue(), latitude, longitude, radius);
     region->_notifyOnEntry = coder.decodeBool("notifyOnEntry");
     region->_notifyOnExit = coder.decodeBool("notifyOnExit");
     region->_onBehalfOfBundleId = coder.decodeObject("onBehalfOfBundleId").stringValue();

@@ -344,9 +344,11 @@ void Value::describe(std::string& out, int indent, bool nested) const
 
 bool Value::operator==(const Value& other) const
 {
+    // NaN equals NaN here: a value always equals itself and its copies.
+    auto same = [](double a, double b) { return a == b || (std::isnan(a) && std::isnan(b)); };
     if (isNumber() && other.isNumber()) {
         if (isReal() || other.isReal())
-            return doubleValue() == other.doubleValue();
+            return same(doubleValue(), other.doubleValue());
         return integerValue() == other.integerValue();
     }
     if (type() != other.type())
@@ -359,7 +361,8 @@ bool Value::operator==(const Value& other) const
     case Type::Data:
         return dataValue() == other.dataValue();
     case Type::Date:
-        return dateValue() == other.dateValue();
+        return same(
+            dateValue().timeIntervalSinceReferenceDate(), other.dateValue().timeIntervalSinceReferenceDate());
     case Type::Array:
         return arrayValue() == other.arrayValue();
     case Type::Dictionary:

@@ -118,7 +118,8 @@ public:
     // Text for "%@": strings as they are, collections in the classic nested form.
     std::string description() const;
 
-    // Deep equality; numbers compare by value whatever their kind.
+    // Deep equality; numbers compare by value whatever their kind, and NaN
+    // equals NaN so that every value equals its copy.
     bool operator==(const Value& other) const;
 
 private:

@@ -1,6 +1,7 @@
 #include "platform/KeyedArchive.h"
 #include "platform/LocalNotification.h"
 #include "platform/sim/SimulatedDevice.h"
+#include "services/KTSLocalNotificationWhitelistedUnarchive.h"
 
 #include <algorithm>
 #include <cmath>
@@ -466,3 +467,18 @@ TEST(LocalNotificationTest, ClearNonSystemPropertiesResetsOnlySystemOnes)
 }
 
 } // namespace
+
+TEST(LocalNotificationTest, NotANumberNeverBreaksEqualityWithACopy)
+{
+    LocalNotification notification;
+    notification.setFireDate(Date(std::numeric_limits<double>::quiet_NaN()));
+    notification.setUserInfo({ { "ratio", Value(std::numeric_limits<double>::quiet_NaN()) } });
+    EXPECT_TRUE(notification.copy()->isEqual(notification)) << "cancelling finds a notification by equality";
+
+    LocalNotification::registerArchivableClasses();
+    auto placed = std::make_shared<LocalNotification>();
+    placed->setRegion(std::make_shared<Region>("nowhere", std::numeric_limits<double>::infinity(), 0, 10));
+    auto archived = KeyedArchive::archivedData(Value(placed));
+    ASSERT_TRUE(archived);
+    EXPECT_EQ(KTSLocalNotificationWhitelistedUnarchiveFromData(*archived), nullptr);
+}
