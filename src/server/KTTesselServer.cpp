@@ -1,5 +1,6 @@
 #include "server/KTTesselServer.h"
 
+#include "bulletins/KTDefaultDataProviderFactory.h"
 #include "platform/FileLogManager.h"
 #include "platform/Platform.h"
 #include "platform/SystemNotificationCenter.h"
@@ -69,6 +70,9 @@ void KTTesselServerStart(std::shared_ptr<KTSystemStateProviding> systemStateProv
             "com.tamber.tessel.prefsChanged", KTPreferencesChanged);
         registerLoggers(*platform.fileLogManager);
         KTNotificationStore::migratePushStore();
+        // After the migration, so that no provider ever reads an old store.
+        KTDefaultDataProviderFactory::sharedInstance();
+        // The local notification service starts here.
         KTTesselServer::setSharedInstance(std::make_shared<KTTesselServer>(retainedProvider));
     });
 }
