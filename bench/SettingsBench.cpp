@@ -1,16 +1,19 @@
 // Registering settings for an application that is already registered (the
 // steady state: the update path through the factory and the gateway), against
-// one gateway read plus one write of the same section, each waited for.
+// one gateway read plus one write of the same section, each waited for. Both
+// go to the section settings a machine keeps, the durable SQLite table, which
+// is what a registration costs outside the simulation.
 #include "BenchDevice.h"
 #include "bulletins/KTDefaultDataProviderFactory.h"
+#include "platform/ApplicationDataStoreDatabase.h"
 #include "platform/BulletinService.h"
 #include "platform/NotificationSettings.h"
 #include "platform/Platform.h"
 #include "platform/SettingsGateway.h"
 #include "platform/SystemAlert.h"
 #include "platform/WorkQueue.h"
+#include "platform/linux/LinuxBulletinService.h"
 #include "platform/sim/SimulatedApplicationWorkspace.h"
-#include "platform/sim/SimulatedBulletinService.h"
 #include "platform/sim/SimulatedSystemAlerts.h"
 #include "settings/KTNotificationSettingsService.h"
 
@@ -60,6 +63,10 @@ void ensureRegistered()
     static std::once_flag once;
     std::call_once(once, [] {
         auto& device = benchDevice();
+        // Before the factory first binds to the platform's bulletin service.
+        auto& platform = device.platform();
+        platform.bulletinService
+            = std::make_shared<LinuxBulletinService>(platform.dataStores->path(), platform.systemLog);
         device.applicationWorkspace().install({ .identifier = bundleID, .displayName = "Settings" });
         device.systemAlerts().scriptAnswer(SystemAlertDefaultResponse);
         KTNotificationSettingsService::sharedInstance()->registerNotificationSettings(

@@ -14,6 +14,7 @@
 #include "settings/KTSectionInfoAdditions.h"
 #include "store/KTNotificationStore.h"
 
+#include <algorithm>
 #include <mutex>
 
 namespace tessel {
@@ -24,6 +25,12 @@ namespace {
     {
         auto application = ApplicationProxy::applicationProxyForIdentifier(bundleIdentifier);
         return application && kt_shouldUseDefaultDataProvider(*application);
+    }
+
+    bool sameCategories(const NotificationCategories& a, const NotificationCategories& b)
+    {
+        return std::equal(a.begin(), a.end(), b.begin(), b.end(),
+            [](const auto& x, const auto& y) { return x && y && x->isEqual(*y); });
     }
 
     void logSystem(LogPriority priority, const std::string& message)
@@ -234,7 +241,10 @@ void KTDefaultDataProviderFactory::_queue_setNotificationSettings(
     _queue_createDataProviderWithBundleIdentifier(bundleIdentifier,
         [self = shared_from_this(), validated, bundleIdentifier, enable, result = std::move(result)](
             const std::shared_ptr<KTDefaultDataProvider>& provider) {
-            provider->setCategories(validated->categories());
+            // An application registers on every launch; a durable write of
+            // what is already stored would be its whole cost.
+            if (!sameCategories(provider->categories(), validated->categories()))
+                provider->setCategories(validated->categories());
             self->_settingsGateway->getSectionInfoForSectionID(bundleIdentifier,
                 [self, provider, validated, bundleIdentifier, enable, result](
                     std::optional<SectionInfo> info) {

@@ -112,7 +112,7 @@ void LinuxBulletinService::setSectionInfo(const SectionInfo& sectionInfo) { stor
 void LinuxBulletinService::store(const SectionInfo& sectionInfo)
 {
     auto old = _database->sectionInfo(sectionInfo.sectionID);
-    if (old == sectionInfo || !_database->setSectionInfo(sectionInfo))
+    if (!_database->setSectionInfo(sectionInfo) || old == sectionInfo)
         return;
     std::optional<Host> hosted;
     {
