@@ -117,6 +117,11 @@ TESSEL_EXPORT char* KTNotificationLocalizedString(const char* key, const char* d
 TESSEL_EXPORT void KTShowNotificationAuthorizationAlert(const char* bundleIdentifier, const char* displayName,
     void (*completion)(void* context, int result), void* context);
 
+/* A section's push settings hold the supported notification types (badge 1,
+ * sound 2, alert 4) in bits 0-2 and the ones the user allows in bits 3-5. */
+TESSEL_EXPORT unsigned long KTSupportedTypesForPushSettings(unsigned long pushSettings);
+TESSEL_EXPORT unsigned long KTEnabledTypesForPushSettings(unsigned long pushSettings);
+
 /* The notification store's directory; free the result with free(). */
 TESSEL_EXPORT char* _VYSAppNotificationStoreDirectory(void);
 

@@ -1,6 +1,6 @@
 #include "bulletins/KTDefaultDataProvider.h"
 
-#include "bulletins/KTSectionInfoAdditions.h"
+#include "settings/KTSectionInfoAdditions.h"
 #include "platform/ApplicationDataStore.h"
 #include "platform/KeyedArchive.h"
 #include "platform/NotificationCenter.h"

@@ -8,6 +8,7 @@ namespace tessel {
 
 class ApplicationDataStoreDatabase;
 class ApplicationWorkspace;
+class BulletinService;
 class Clock;
 class FileLogManager;
 class LocationServices;
@@ -52,6 +53,8 @@ public:
     std::string bulletinServiceBundleIdentifier = "com.tamber.bulletins";
     // Icon badges; without one, badges are not shown.
     std::shared_ptr<SystemService> systemService;
+    // Hosts the data providers and keeps each section's settings.
+    std::shared_ptr<BulletinService> bulletinService;
 
     static void install(std::shared_ptr<Platform> platform);
     // The installed platform; a server without one is a programming error and aborts.

@@ -1,11 +1,12 @@
 // The C interface's functions.
 #include "local/KTLocalNotificationService.h"
 #include "platform/Format.h"
+#include "platform/NotificationSettings.h"
 #include "platform/Platform.h"
-#include "platform/SystemLog.h"
 #include "platform/linux/LinuxPlatform.h"
 #include "server/KTSystemStateProvidingCallbacksAdapter.h"
 #include "server/KTTesselServer.h"
+#include "settings/KTNotificationSettingsService.h"
 #include "store/KTNotificationStore.h"
 
 #include <cstdlib>
@@ -48,10 +49,9 @@ void KTClearNotificationsForBundleIdentifier(const char* bundleIdentifier)
 void KTSystemDidSetBadgeForBundleIdentifier(const char* bundleIdentifier)
 {
     ensurePlatform();
-    // Badge registration needs the settings service; until it exists the call is only noted.
-    Platform::current().systemLog->log(LogPriority::Notice,
-        format("KTSystemDidSetBadgeForBundleIdentifier: no settings service; badge for %s not registered",
-            bundleIdentifier ? bundleIdentifier : "(null)"));
+    // An application whose badge the system set is thereby registered for badges.
+    KTNotificationSettingsService::sharedInstance()->registerNotificationTypes(
+        NotificationSettings::TypeBadge, bundleIdentifier ? bundleIdentifier : "");
 }
 
 bool KTIsAuthorizedForRegionMonitoring(const char* bundleIdentifier)

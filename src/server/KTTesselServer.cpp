@@ -1,5 +1,6 @@
 #include "server/KTTesselServer.h"
 
+#include "bulletins/KTDefaultDataProviderFactory.h"
 #include "local/KTLocalNotificationService.h"
 #include "platform/FileLogManager.h"
 #include "platform/Platform.h"
@@ -70,6 +71,8 @@ void KTTesselServerStart(std::shared_ptr<KTSystemStateProviding> systemStateProv
             "com.tamber.tessel.prefsChanged", KTPreferencesChanged);
         registerLoggers(*platform.fileLogManager);
         KTNotificationStore::migratePushStore();
+        // After the migration, so that no provider ever reads an old store.
+        KTDefaultDataProviderFactory::sharedInstance();
         KTLocalNotificationService::sharedInstance();
         KTTesselServer::setSharedInstance(std::make_shared<KTTesselServer>(retainedProvider));
     });

@@ -7,6 +7,7 @@
 #include "platform/PropertyList.h"
 #include "platform/sim/CapturedSystemLog.h"
 #include "platform/sim/SimulatedDevice.h"
+#include "platform/sim/SimulatedSystemAlerts.h"
 #include "server/KTSafeBoolValue.h"
 #include "server/KTSystemStateProvidingCallbacksAdapter.h"
 #include "server/KTTesselServer.h"
@@ -85,8 +86,10 @@ TEST(ExportedFunctions, ReachTheStoreOfTheInstalledPlatform)
     KTClearNotificationsForBundleIdentifier("com.example.app");
     EXPECT_FALSE(store->savedNotificationDataForBundleID("com.example.app"));
     KTClearNotificationsForBundleIdentifier(nullptr);
+    // A badge set by the system registers the application, which asks the user first.
     KTSystemDidSetBadgeForBundleIdentifier("com.example.app");
-    EXPECT_TRUE(device.systemLog().contains("badge for com.example.app not registered"));
+    device.waitUntilIdle();
+    EXPECT_EQ(device.systemAlerts().shown().size(), 1u);
 }
 
 TEST(ExportedFunctions, TheCallbackTableAnswersThroughTheAdapter)

@@ -4,13 +4,14 @@
 #include "platform/FileLogManager.h"
 #include "platform/FileManager.h"
 #include "platform/InProcessSystemNotificationCenter.h"
-#include "platform/LocationServices.h"
 #include "platform/LocalNotification.h"
+#include "platform/LocationServices.h"
 #include "platform/NotificationCenter.h"
 #include "platform/Path.h"
 #include "platform/Preferences.h"
 #include "platform/SystemNotificationCenter.h"
 #include "platform/linux/LinuxApplicationWorkspace.h"
+#include "platform/linux/LinuxBulletinService.h"
 #include "platform/linux/LinuxProcessManager.h"
 #include "platform/linux/SyslogSystemLog.h"
 #include "platform/linux/SystemClock.h"
@@ -48,6 +49,9 @@ std::shared_ptr<Platform> LinuxPlatform::make()
         });
     platform->workspace = LinuxApplicationWorkspace::make(platform->libraryDirectory);
     platform->processManager = std::make_shared<LinuxProcessManager>();
+    // Section settings share the data store's file.
+    platform->bulletinService
+        = std::make_shared<LinuxBulletinService>(platform->dataStores->path(), platform->systemLog);
     // No positioning service here: the host reports crossings and grants authorization.
     platform->locationServices = std::make_shared<LocationServices>();
     return platform;

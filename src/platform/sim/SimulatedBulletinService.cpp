@@ -22,6 +22,7 @@ struct SimulatedBulletinService::State {
         BulletinSet shown;
         Value clearedInfo;
         std::optional<SectionInfo> info;
+        size_t gatewayWrites = 0;
     };
 
     void removeShown(const std::string& sectionID, const BulletinSet& bulletins)
@@ -139,7 +140,7 @@ SimulatedBulletinService::~SimulatedBulletinService()
         host.proxy->invalidate();
 }
 
-void SimulatedBulletinService::addDataProvider(
+std::shared_ptr<DataProviderProxy> SimulatedBulletinService::addDataProvider(
     std::shared_ptr<RemoteDataProvider> provider, std::shared_ptr<WorkQueue> queue)
 {
     auto sectionID = queue->sync([&] { return provider->sectionIdentifier(); });
@@ -159,6 +160,7 @@ void SimulatedBulletinService::addDataProvider(
     auto& section = _state->sections[sectionID];
     if (!section.info)
         section.info = defaultInfo;
+    return proxy;
 }
 
 void SimulatedBulletinService::removeDataProviderWithSectionID(const std::string& sectionID)
@@ -235,6 +237,59 @@ void SimulatedBulletinService::setSectionInfo(const SectionInfo& sectionInfo)
     }
     if (auto hosted = host(sectionInfo.sectionID))
         hosted->queue->sync([&] { hosted->provider->noteSectionInfoDidChange(sectionInfo); });
+}
+
+size_t SimulatedBulletinService::gatewayWrites(const std::string& sectionID) const
+{
+    std::lock_guard guard(_state->lock);
+    auto found = _state->sections.find(sectionID);
+    return found == _state->sections.end() ? 0 : found->second.gatewayWrites;
+}
+
+std::shared_ptr<DataProviderProxy> SimulatedBulletinService::hostDataProvider(
+    std::shared_ptr<RemoteDataProvider> provider, std::shared_ptr<WorkQueue> queue)
+{
+    return addDataProvider(std::move(provider), std::move(queue));
+}
+
+void SimulatedBulletinService::unhostDataProvider(const std::string& sectionID)
+{
+    removeDataProviderWithSectionID(sectionID);
+}
+
+std::optional<SectionInfo> SimulatedBulletinService::storedSectionInfo(const std::string& sectionID)
+{
+    return sectionInfo(sectionID);
+}
+
+std::vector<SectionInfo> SimulatedBulletinService::storedSectionInfos(const std::set<std::string>* sectionIDs)
+{
+    std::lock_guard guard(_state->lock);
+    std::vector<SectionInfo> infos;
+    for (const auto& [sectionID, section] : _state->sections) {
+        if (section.info && (!sectionIDs || sectionIDs->contains(sectionID)))
+            infos.push_back(*section.info);
+    }
+    return infos;
+}
+
+void SimulatedBulletinService::storeSectionInfoFromGateway(const SectionInfo& sectionInfo)
+{
+    bool changed;
+    {
+        std::lock_guard guard(_state->lock);
+        auto& section = _state->sections[sectionInfo.sectionID];
+        section.gatewayWrites++;
+        changed = section.info != sectionInfo;
+        section.info = sectionInfo;
+    }
+    if (!changed)
+        return;
+    // The gateway's caller may be the provider's queue itself.
+    if (auto hosted = host(sectionInfo.sectionID)) {
+        hosted->queue->async(
+            [provider = hosted->provider, sectionInfo] { provider->noteSectionInfoDidChange(sectionInfo); });
+    }
 }
 
 std::optional<BulletinSet> SimulatedBulletinService::requestBulletins(

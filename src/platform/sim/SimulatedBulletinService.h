@@ -4,6 +4,7 @@
 #include "platform/BulletinRequest.h"
 #include "platform/BulletinRequestParameters.h"
 #include "platform/DataProviderClearedInfo.h"
+#include "platform/HostingBulletinService.h"
 #include "platform/SectionInfo.h"
 #include "platform/ThumbnailSizeConstraints.h"
 #include "platform/Value.h"
@@ -11,6 +12,7 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -23,7 +25,8 @@ class WorkQueue;
 // what they send per section and keeps each section's settings and cleared
 // info. Tests play the user through it; every such call runs on the
 // provider's queue, as the real service does, and waits for the answer.
-class SimulatedBulletinService {
+// Section settings live in memory.
+class SimulatedBulletinService final : public HostingBulletinService {
 public:
     struct Event {
         enum class Kind { Add, Withdraw, Invalidate };
@@ -43,8 +46,9 @@ public:
 
     // Calls the provider on queue from now on: hands it its proxy, tells it it
     // loaded, and gives a section the service does not know yet the provider's
-    // default settings. Must not be called from queue.
-    void addDataProvider(std::shared_ptr<RemoteDataProvider> provider, std::shared_ptr<WorkQueue> queue);
+    // default settings. Must not be called from queue. Answers the provider's proxy.
+    std::shared_ptr<DataProviderProxy> addDataProvider(
+        std::shared_ptr<RemoteDataProvider> provider, std::shared_ptr<WorkQueue> queue);
     // Its proxy goes dead; what it had on show stays recorded.
     void removeDataProviderWithSectionID(const std::string& sectionID);
     bool hostsSection(const std::string& sectionID) const;
@@ -57,9 +61,20 @@ public:
     Value clearedInfo(const std::string& sectionID) const;
     void setClearedInfo(const Value& clearedInfo, const std::string& sectionID);
 
-    // Section settings. Setting them tells the section's provider.
+    // Section settings. The user setting them tells the section's provider,
+    // and waits until it has heard.
     std::optional<SectionInfo> sectionInfo(const std::string& sectionID) const;
     void setSectionInfo(const SectionInfo& sectionInfo);
+    // How many times a settings gateway wrote a section.
+    size_t gatewayWrites(const std::string& sectionID) const;
+
+    // HostingBulletinService
+    std::shared_ptr<DataProviderProxy> hostDataProvider(
+        std::shared_ptr<RemoteDataProvider> provider, std::shared_ptr<WorkQueue> queue) override;
+    void unhostDataProvider(const std::string& sectionID) override;
+    std::optional<SectionInfo> storedSectionInfo(const std::string& sectionID) override;
+    std::vector<SectionInfo> storedSectionInfos(const std::set<std::string>* sectionIDs) override;
+    void storeSectionInfoFromGateway(const SectionInfo& sectionInfo) override;
 
     // The user's side, answered by the provider. Clears take the cleared
     // bulletins off show and keep the provider's cleared info.

@@ -12,6 +12,7 @@
 #include "platform/sim/CapturedSystemLog.h"
 #include "platform/sim/ManualClock.h"
 #include "platform/sim/SimulatedApplicationWorkspace.h"
+#include "platform/sim/SimulatedBulletinService.h"
 #include "platform/sim/SimulatedProcessManager.h"
 #include "platform/sim/SimulatedSystemAlerts.h"
 #include "platform/sim/SimulatedSystemService.h"
@@ -90,6 +91,7 @@ SimulatedDevice::SimulatedDevice(Date start)
                 log->record({ pid, bundleIdentifier, topic });
         });
     platform.systemService = std::make_shared<SimulatedSystemService>();
+    platform.bulletinService = std::make_shared<SimulatedBulletinService>();
     Platform::install(_platform);
 }
 
@@ -119,6 +121,11 @@ SimulatedApplicationWorkspace& SimulatedDevice::applicationWorkspace()
 SimulatedSystemService& SimulatedDevice::systemService()
 {
     return static_cast<SimulatedSystemService&>(*_platform->systemService);
+}
+
+SimulatedBulletinService& SimulatedDevice::bulletinService()
+{
+    return static_cast<SimulatedBulletinService&>(*_platform->bulletinService);
 }
 
 std::vector<std::string> SimulatedDevice::fileLogLines(const std::string& loggerName) const

@@ -17,6 +17,7 @@ class InProcessSystemNotificationCenter;
 class SimulatedSystemAlerts;
 class SimulatedProcessManager;
 class SimulatedApplicationWorkspace;
+class SimulatedBulletinService;
 class SimulatedSystemService;
 
 // A whole device in memory for tests and benchmarks: a temporary Library
@@ -48,6 +49,7 @@ public:
     };
     std::vector<PowerLogEntry> powerLogEntries() const;
     SimulatedSystemService& systemService();
+    SimulatedBulletinService& bulletinService();
 
     // Moves the clock on, firing due timers in date order, and lets all work finish.
     void advance(double seconds);

@@ -1,0 +1,199 @@
+#include "../settings/SettingsFixture.h"
+
+#include "platform/ApplicationDataStore.h"
+#include "platform/DataProviderConnection.h"
+#include "platform/Path.h"
+#include "platform/RemoteDataProvider.h"
+#include "platform/SettingsGateway.h"
+#include "platform/linux/LinuxBulletinService.h"
+#include "store/KTNotificationStore.h"
+
+#include <atomic>
+#include <tessel/Tessel.h>
+
+using namespace tessel;
+using namespace tessel::testing;
+
+namespace {
+
+class DataProviderFactory : public SettingsFixture {
+protected:
+    std::shared_ptr<KTDefaultDataProviderFactory> factory()
+    {
+        return KTDefaultDataProviderFactory::sharedInstance();
+    }
+
+    bool registered(const std::string& bundleIdentifier)
+    {
+        std::atomic<int> answer { -1 };
+        factory()->isBundleIdentifierRegistered(bundleIdentifier, [&](bool value) { answer = value; });
+        device.waitUntilIdle();
+        return answer == 1;
+    }
+
+    // A section the bulletin service already knows, as after an earlier run.
+    void knownSection(const std::string& bundleIdentifier, uint64_t pushSettings = 0)
+    {
+        SectionInfo info;
+        info.sectionID = bundleIdentifier;
+        info.pushSettings = pushSettings;
+        info.allowsNotifications = false;
+        bulletins().setSectionInfo(info);
+    }
+
+    size_t loads(const std::string& bundleIdentifier)
+    {
+        return device.systemLog().count("dataProviderDidLoad: " + bundleIdentifier);
+    }
+};
+
+TEST_F(DataProviderFactory, StartHostsQualifyingApplicationsWithKnownSections)
+{
+    knownSection(app);
+    knownSection(customProviderApp);
+    knownSection("com.example.gone");
+    factory();
+    device.waitUntilIdle();
+
+    EXPECT_TRUE(bulletins().hostsSection(app));
+    EXPECT_TRUE(registered(app));
+    for (const char* skipped : { customProviderApp, "com.example.gone", otherApp }) {
+        EXPECT_FALSE(bulletins().hostsSection(skipped)) << skipped;
+        EXPECT_FALSE(registered(skipped)) << skipped;
+    }
+    // Hosted means registered: the user is not asked.
+    registerSettings(app, NotificationSettings::TypeSound);
+    EXPECT_EQ(alertsShown(), 0u);
+    EXPECT_FALSE(section(app).allowsNotifications) << "update leaves the switch alone";
+}
+
+TEST_F(DataProviderFactory, EnablingTwiceMakesOneProvider)
+{
+    std::vector<uint64_t> types;
+    std::mutex lock;
+    for (uint64_t requested : { NotificationSettings::TypeBadge, NotificationSettings::TypeAlert }) {
+        factory()->enableNotificationsWithSettings(NotificationSettings::settingsForTypes(requested, {}), app,
+            [&](std::shared_ptr<NotificationSettings> settings) {
+                std::lock_guard guard(lock);
+                types.push_back(settings->types());
+            });
+    }
+    factory()->enableNotificationsWithTypes(NotificationSettings::TypeSound, app);
+    device.waitUntilIdle();
+
+    EXPECT_EQ(loads(app), 1u);
+    // Each answer is read back after its own write, so it can only have grown.
+    EXPECT_EQ(types, (std::vector<uint64_t> { 7, 7 }));
+    EXPECT_EQ(section(app).pushSettings, 63u);
+    EXPECT_EQ(bulletins().gatewayWrites(app), 3u);
+}
+
+TEST_F(DataProviderFactory, UninstallRemovesProviderRecordsAndRegistration)
+{
+    userAnswers(SystemAlertDefaultResponse);
+    registerSettings(app, NotificationSettings::allTypes);
+    userAnswers(SystemAlertDefaultResponse);
+    registerSettings(otherApp, NotificationSettings::allTypes);
+    auto store = KTNotificationStore::sharedInstance();
+    store->saveRemoteNotificationWithTitle("Title", "Hello", {}, {}, {}, {}, {}, {}, app);
+    device.waitUntilIdle();
+    ASSERT_EQ(store->savedNotificationsForBundleID(app).arrayValue().size(), 1u);
+    ASSERT_EQ(bulletins().shownBulletins(app).size(), 1u);
+    ASSERT_TRUE(bulletins().hostsSection(otherApp));
+
+    ASSERT_TRUE(workspace().uninstall(app));
+    device.waitUntilIdle();
+
+    EXPECT_FALSE(bulletins().hostsSection(app));
+    EXPECT_FALSE(registered(app));
+    EXPECT_FALSE(store->savedNotificationDataForBundleID(app));
+    EXPECT_TRUE(bulletins().hostsSection(otherApp)) << "other applications keep theirs";
+    EXPECT_TRUE(registered(otherApp));
+
+    // Whatever still arrives for it changes nothing.
+    factory()->updateNotificationTypes(NotificationSettings::TypeBadge, app);
+    device.waitUntilIdle();
+    EXPECT_FALSE(bulletins().hostsSection(app));
+    EXPECT_EQ(device.systemLog().count("custom data provider: com.example.app"), 1u);
+}
+
+TEST_F(DataProviderFactory, InstallingALaterApplicationReloadsWithoutCreatingUnknownSections)
+{
+    factory();
+    device.waitUntilIdle();
+    ASSERT_TRUE(workspace().install({ .identifier = "com.example.new", .displayName = "New" }));
+    device.waitUntilIdle();
+    EXPECT_FALSE(bulletins().hostsSection("com.example.new")) << "created on first registration only";
+
+    // A section that appears meanwhile is picked up by the next reload.
+    knownSection(otherApp);
+    ASSERT_TRUE(workspace().install({ .identifier = "com.example.newer", .displayName = "Newer" }));
+    device.waitUntilIdle();
+    EXPECT_TRUE(bulletins().hostsSection(otherApp));
+}
+
+TEST_F(DataProviderFactory, UpdatingSettingsLeavesTheSwitchAndCategoriesAreValidated)
+{
+    auto kept = std::make_shared<NotificationCategory>("chat");
+    auto nameless = std::make_shared<NotificationCategory>("");
+    std::shared_ptr<NotificationSettings> answer;
+    factory()->updateNotificationSettings(NotificationSettings::settingsForTypes(7 | 64, { kept, nameless }),
+        app, [&](std::shared_ptr<NotificationSettings> settings) { answer = settings; });
+    device.waitUntilIdle();
+
+    ASSERT_TRUE(answer);
+    EXPECT_EQ(answer->types(), 0u) << "not switched on, so nothing is in effect";
+    ASSERT_EQ(answer->categories().size(), 1u);
+    EXPECT_EQ(answer->categories()[0]->identifier(), "chat");
+    EXPECT_EQ(section(app).pushSettings, 63u);
+    EXPECT_FALSE(section(app).allowsNotifications);
+}
+
+// The section settings of a Linux machine live in the Library's database.
+TEST_F(DataProviderFactory, LinuxSectionSettingsSurviveReopeningTheDatabase)
+{
+    auto path = Path::appendingComponent(device.libraryDirectory(), "ApplicationDataStore.sqlite");
+    auto queue = WorkQueue::create("com.tamber.KTDefaultDataProviderFactory");
+    SectionInfo info;
+    info.sectionID = app;
+    info.pushSettings = 7 | 32;
+    info.alertType = SectionInfo::AlertTypeModal;
+    info.showsInLockScreen = false;
+    {
+        auto service = std::make_shared<LinuxBulletinService>(path, device.platform().systemLog);
+        service->makeSettingsGateway(queue)->setSectionInfo(info, app);
+        SectionInfo other = info;
+        other.sectionID = otherApp;
+        other.allowsNotifications = false;
+        service->setSectionInfo(other);
+    }
+    auto reopened = std::make_shared<LinuxBulletinService>(path, device.platform().systemLog);
+    auto gateway = reopened->makeSettingsGateway(queue);
+    std::optional<SectionInfo> read;
+    std::vector<SectionInfo> all;
+    std::vector<SectionInfo> none;
+    gateway->getSectionInfoForSectionID(app, [&](std::optional<SectionInfo> value) { read = value; });
+    gateway->getSectionInfoWithCompletion([&](std::vector<SectionInfo> values) { all = values; });
+    gateway->getSectionInfoForSectionIDs(
+        { "com.example.unknown" }, [&](std::vector<SectionInfo> values) { none = values; });
+    gateway->updateSectionInfoForSectionID(otherApp, [](const SectionInfo& current) {
+        auto updated = current;
+        updated.pushSettings = 1 | 8;
+        return updated;
+    });
+    device.waitUntilIdle();
+    EXPECT_EQ(read, info);
+    ASSERT_EQ(all.size(), 2u);
+    EXPECT_EQ(all[1].sectionID, otherApp);
+    EXPECT_FALSE(all[1].allowsNotifications);
+    EXPECT_TRUE(none.empty());
+    EXPECT_EQ(reopened->storedSectionInfo(otherApp)->pushSettings, 9u);
+
+    // The data store shares the file and is unaffected.
+    auto dataStore = ApplicationDataStore::storeForApplication(app);
+    ASSERT_TRUE(dataStore);
+    EXPECT_TRUE(dataStore->setObject(Value("kept"), "key"));
+    EXPECT_EQ(reopened->storedSectionInfo(app), info);
+}
+
+} // namespace
