@@ -22,9 +22,8 @@ struct Client {
     explicit Client(const std::string& bundleIdentifier)
     {
         benchDevice();
-        queue->sync([&] {
-            client = KTLocalNotificationClient::create(bundleIdentifier, false, false, true, queue);
-        });
+        queue->sync(
+            [&] { client = KTLocalNotificationClient::create(bundleIdentifier, false, false, true, queue); });
     }
     ~Client()
     {

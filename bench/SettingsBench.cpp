@@ -63,10 +63,6 @@ void ensureRegistered()
     static std::once_flag once;
     std::call_once(once, [] {
         auto& device = benchDevice();
-        // Before the factory first binds to the platform's bulletin service.
-        auto& platform = device.platform();
-        platform.bulletinService
-            = std::make_shared<LinuxBulletinService>(platform.dataStores->path(), platform.systemLog);
         device.applicationWorkspace().install({ .identifier = bundleID, .displayName = "Settings" });
         device.systemAlerts().scriptAnswer(SystemAlertDefaultResponse);
         KTNotificationSettingsService::sharedInstance()->registerNotificationSettings(
