@@ -154,6 +154,9 @@ void KTDefaultDataProvider::setProxy(std::shared_ptr<DataProviderProxy> proxy)
 
 NotificationCategories KTDefaultDataProvider::categories() const
 {
+    std::lock_guard lock(_categoriesLock);
+    if (_categories)
+        return *_categories;
     auto dataStore = ApplicationDataStore::storeForApplication(_sectionID);
     if (!dataStore)
         return {};
@@ -167,18 +170,23 @@ NotificationCategories KTDefaultDataProvider::categories() const
         if (auto category = element.objectAs<NotificationCategory>())
             categories.push_back(std::move(category));
     }
-    return NotificationCategory::uniqued(categories);
+    _categories = NotificationCategory::uniqued(categories);
+    return *_categories;
 }
 
 void KTDefaultDataProvider::setCategories(const NotificationCategories& categories)
 {
+    std::lock_guard lock(_categoriesLock);
     auto dataStore = ApplicationDataStore::storeForApplication(_sectionID);
     if (!dataStore)
         return;
-    Value::Array set;
-    for (const auto& category : NotificationCategory::uniqued(categories))
-        set.emplace_back(category);
-    dataStore->setArchivedObject(Value(std::move(set)), categoriesKey);
+    auto uniqued = NotificationCategory::uniqued(categories);
+    Value::Array set(uniqued.begin(), uniqued.end());
+    // A failed write leaves the next read to say what the store holds.
+    if (dataStore->setArchivedObject(Value(std::move(set)), categoriesKey))
+        _categories = std::move(uniqued);
+    else
+        _categories.reset();
 }
 
 std::vector<SortDescriptor> KTDefaultDataProvider::sortDescriptors() const { return { { "date", false } }; }

@@ -120,6 +120,10 @@ private:
     std::shared_ptr<StoreObserver> _storeObserver;
     mutable std::mutex _lock; // the proxy and the image lookup, set from the hosting side
     ImageLookup _imageLookup;
+    // The provider is the categories' only writer, so what it last read or
+    // wrote stays true; an application registers on every launch.
+    mutable std::mutex _categoriesLock;
+    mutable std::optional<NotificationCategories> _categories;
 };
 
 } // namespace tessel
