@@ -99,6 +99,13 @@ TESSEL_EXPORT void KTSystemDidSetBadgeForBundleIdentifier(const char* bundleIden
 TESSEL_EXPORT bool KTIsAuthorizedForRegionMonitoring(const char* bundleIdentifier);
 /* Shows the location-in-use indicator for the application. */
 TESSEL_EXPORT void KTTriggerLocationArrow(const char* bundleIdentifier);
+/* Region monitoring has no positioning service behind it: the host decides
+   each application's authorization (0 not determined, 1 restricted, 2 denied,
+   3 always, 4 when in use; other values are refused and logged) and reports
+   crossings by region identifier. An application the host said nothing about
+   is not authorized. */
+TESSEL_EXPORT void TesselSetRegionMonitoringAuthorization(const char* bundleIdentifier, int status);
+TESSEL_EXPORT void TesselReportRegionCrossing(const char* regionIdentifier, bool entered);
 /* Substitutes arguments into a format that came from the network: only "%@",
  * "%N$@" and "%%" are understood, anything else after "%" is dropped. A NULL
  * argument stands for a missing one. Answers a new UTF-8 string to free() with

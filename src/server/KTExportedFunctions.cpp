@@ -1,8 +1,10 @@
 // The C interface's functions.
 #include "local/KTLocalNotificationService.h"
 #include "platform/Format.h"
+#include "platform/LocationServices.h"
 #include "platform/NotificationSettings.h"
 #include "platform/Platform.h"
+#include "platform/SystemLog.h"
 #include "platform/linux/LinuxPlatform.h"
 #include "server/KTSystemStateProvidingCallbacksAdapter.h"
 #include "server/KTTesselServer.h"
@@ -69,6 +71,30 @@ void KTTriggerLocationArrow(const char* bundleIdentifier)
     if (bundleIdentifier)
         KTLocalNotificationService::sharedInstance()->triggerLocationArrowForBundleIdentifier(
             bundleIdentifier);
+}
+
+void TesselSetRegionMonitoringAuthorization(const char* bundleIdentifier, int status)
+{
+    ensurePlatform();
+    auto& platform = Platform::current();
+    if (!bundleIdentifier || !platform.locationServices)
+        return;
+    if (status < LocationManager::NotDetermined || status > LocationManager::AuthorizedWhenInUse) {
+        if (platform.systemLog)
+            platform.systemLog->log(LogPriority::Error,
+                format("Region monitoring authorization %d for %s refused: not a status", status,
+                    bundleIdentifier));
+        return;
+    }
+    platform.locationServices->setAuthorizationStatus(
+        bundleIdentifier, static_cast<LocationManager::AuthorizationStatus>(status));
+}
+
+void TesselReportRegionCrossing(const char* regionIdentifier, bool entered)
+{
+    ensurePlatform();
+    if (regionIdentifier && Platform::current().locationServices)
+        Platform::current().locationServices->reportCrossing(regionIdentifier, entered);
 }
 
 char* _VYSAppNotificationStoreDirectory(void)

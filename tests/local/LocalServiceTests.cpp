@@ -6,6 +6,7 @@
 #include "platform/NotificationCenter.h"
 #include "platform/Region.h"
 #include "platform/WorkQueue.h"
+#include "platform/sim/CapturedSystemLog.h"
 #include "platform/sim/SimulatedApplicationWorkspace.h"
 #include "platform/sim/SimulatedDevice.h"
 #include "platform/sim/SimulatedProcessManager.h"
@@ -199,17 +200,31 @@ TEST_F(LocalService, QueriesAnswerThroughTheQueue)
     EXPECT_TRUE(after[1]->isFromSnooze());
 }
 
-TEST_F(LocalService, RegionAuthorizationAndIndicatorThroughTheExportedFunctions)
+TEST_F(LocalService, RegionMonitoringDrivenByTheHostThroughTheExportedFunctions)
 {
-    device.locationServices().setAuthorizationStatus(alarm, LocationManager::AuthorizedAlways);
+    TesselSetRegionMonitoringAuthorization(alarm, LocationManager::AuthorizedAlways);
+    TesselSetRegionMonitoringAuthorization(diary, LocationManager::AuthorizedWhenInUse);
+    TesselSetRegionMonitoringAuthorization(diary, 5);
+    TesselSetRegionMonitoringAuthorization(nullptr, LocationManager::AuthorizedAlways);
+    EXPECT_TRUE(device.systemLog().contains("authorization 5 for com.example.diary refused"));
     EXPECT_TRUE(KTIsAuthorizedForRegionMonitoring(alarm));
-    EXPECT_FALSE(KTIsAuthorizedForRegionMonitoring(diary));
+    EXPECT_TRUE(KTIsAuthorizedForRegionMonitoring(diary)) << "a refused status leaves the last one";
+    EXPECT_FALSE(KTIsAuthorizedForRegionMonitoring(quiet));
     EXPECT_FALSE(KTIsAuthorizedForRegionMonitoring("com.example.unknown"));
     EXPECT_FALSE(KTIsAuthorizedForRegionMonitoring(nullptr));
 
+    setEnabled(alarm, true);
     auto atHome = std::make_shared<LocalNotification>();
     atHome->setRegion(std::make_shared<Region>("home", 52.5, 13.4, 100));
     add(alarm, { atHome });
+    TesselReportRegionCrossing("elsewhere", true);
+    TesselReportRegionCrossing(nullptr, true);
+    device.waitUntilIdle();
+    EXPECT_TRUE(fired.empty());
+    TesselReportRegionCrossing("home", true);
+    device.waitUntilIdle();
+    EXPECT_EQ(fired, std::vector<std::string> { alarm });
+
     KTTriggerLocationArrow(alarm);
     KTTriggerLocationArrow(nullptr);
     device.waitUntilIdle();
