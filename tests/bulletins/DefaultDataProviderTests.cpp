@@ -378,15 +378,21 @@ TEST_F(ProviderTest, CategoriesPersistAndUnreadableOnesReadAsNone)
     NotificationSettings::registerArchivableClasses();
     for (const Value& wrong : { Value(category), Value("reply"), Value(Value::Array { Value("reply") }),
              Value(Value::Array { Value(NotificationSettings::settingsForTypes(7, { category })) }) }) {
+        // As found on disk by the provider of the next start.
         ASSERT_TRUE(dataStore->setArchivedObject(wrong, KTDefaultDataProvider::categoriesKey));
-        EXPECT_THAT(provider->categories(), IsEmpty()) << wrong.description();
-        auto bulletin = provider->_bulletinForNotification(
+        auto next = std::make_shared<KTDefaultDataProvider>(app, "Example", queue);
+        EXPECT_THAT(next->categories(), IsEmpty()) << wrong.description();
+        auto bulletin = next->_bulletinForNotification(
             with(storedRecord(1), { { KTNotificationStoreCategoryKey, "reply" } }));
         ASSERT_TRUE(bulletin);
         EXPECT_THAT(bulletin->supplementaryActionsByLayout, IsEmpty());
+        next->invalidate();
     }
     ASSERT_TRUE(dataStore->setObject(Value::data("\x01\x02", 2), KTDefaultDataProvider::categoriesKey));
-    EXPECT_THAT(provider->categories(), IsEmpty());
+    auto next = std::make_shared<KTDefaultDataProvider>(app, "Example", queue);
+    EXPECT_THAT(next->categories(), IsEmpty());
+    next->invalidate();
+    EXPECT_EQ(provider->categories().size(), 1u) << "the provider that wrote them keeps its own";
 }
 
 // Requests and clears
