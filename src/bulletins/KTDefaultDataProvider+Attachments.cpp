@@ -15,12 +15,6 @@ namespace tessel {
 
 namespace {
 
-    void log(const std::string& message)
-    {
-        if (Platform::isInstalled() && Platform::current().systemLog)
-            Platform::current().systemLog->log(LogPriority::Warning, message);
-    }
-
     // Whole pixels, at least one and at most the largest surface we draw on
     // either side; the shape is kept when a side has to shrink.
     Size drawingSize(Size size, const std::string& recordID)
@@ -30,8 +24,9 @@ namespace {
         if (drawn.width > maximum || drawn.height > maximum) {
             double factor = std::min(maximum / drawn.width, maximum / drawn.height);
             drawn = { drawn.width * factor, drawn.height * factor };
-            log(format("Attachment for recordID %@ asked for %f x %f, drawing %f x %f instead", recordID,
-                size.width, size.height, drawn.width, drawn.height));
+            Platform::log(LogPriority::Warning,
+                format("Attachment for recordID %@ asked for %f x %f, drawing %f x %f instead", recordID,
+                    size.width, size.height, drawn.width, drawn.height));
         }
         return { std::clamp(std::round(drawn.width), 1.0, maximum),
             std::clamp(std::round(drawn.height), 1.0, maximum) };
@@ -75,7 +70,7 @@ Size KTDefaultDataProvider::_sizeFromSizeConstraint(
                                 : Size { dimension, dimension / ratio };
             break;
         default:
-            log("Unrecognized constraint type. Bailing.");
+            Platform::log(LogPriority::Warning, "Unrecognized constraint type. Bailing.");
             return originalSize;
         }
     }
@@ -106,7 +101,8 @@ std::optional<Bytes> KTDefaultDataProvider::attachmentPNGDataForRecordID(
     KT_ASSERT_ON_QUEUE(_queue);
     auto image = _imageForRecordID(recordID);
     if (!image) {
-        log(format("No image found for recordID %@ yet we're being asked for its data", recordID));
+        Platform::log(LogPriority::Warning,
+            format("No image found for recordID %@ yet we're being asked for its data", recordID));
         return std::nullopt;
     }
     auto size = drawingSize(_sizeFromSizeConstraint(constraints, image->size()), recordID);
@@ -124,7 +120,8 @@ float KTDefaultDataProvider::attachmentAspectRatioForRecordID(const std::string&
     KT_ASSERT_ON_QUEUE(_queue);
     auto image = _imageForRecordID(recordID);
     if (!image) {
-        log(format("No image found for recordID %@ yet we're being asked for a scale", recordID));
+        Platform::log(LogPriority::Warning,
+            format("No image found for recordID %@ yet we're being asked for a scale", recordID));
         return 1.0f;
     }
     return static_cast<float>(image->size().width / image->size().height);

@@ -1,6 +1,5 @@
 #include "bulletins/KTDefaultDataProvider.h"
 
-#include "settings/KTSectionInfoAdditions.h"
 #include "platform/ApplicationDataStore.h"
 #include "platform/KeyedArchive.h"
 #include "platform/NotificationCenter.h"
@@ -9,6 +8,7 @@
 #include "platform/SystemLog.h"
 #include "platform/SystemService.h"
 #include "platform/WorkQueue.h"
+#include "settings/KTSectionInfoAdditions.h"
 #include "store/KTNotificationStore.h"
 
 #include <algorithm>
@@ -50,12 +50,6 @@ namespace {
         if (!record.isDictionary())
             return std::nullopt;
         return KTNotificationStore::uniqueIdentifierForNotification(record);
-    }
-
-    void log(LogPriority priority, const std::string& message)
-    {
-        if (Platform::isInstalled() && Platform::current().systemLog)
-            Platform::current().systemLog->log(priority, message);
     }
 
 } // namespace
@@ -213,7 +207,7 @@ SectionInfo KTDefaultDataProvider::defaultSectionInfo() const
 
 void KTDefaultDataProvider::dataProviderDidLoad()
 {
-    log(LogPriority::Info, format("dataProviderDidLoad: %@", _sectionID));
+    Platform::log(LogPriority::Info, format("dataProviderDidLoad: %@", _sectionID));
 }
 
 // Building bulletins

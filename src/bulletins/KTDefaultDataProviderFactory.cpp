@@ -33,12 +33,6 @@ namespace {
             [](const auto& x, const auto& y) { return x && y && x->isEqual(*y); });
     }
 
-    void logSystem(LogPriority priority, const std::string& message)
-    {
-        if (auto& log = Platform::current().systemLog)
-            log->log(priority, message);
-    }
-
 } // namespace
 
 std::shared_ptr<KTDefaultDataProviderFactory> KTDefaultDataProviderFactory::sharedInstance()
@@ -63,7 +57,8 @@ KTDefaultDataProviderFactory::KTDefaultDataProviderFactory()
         _dataProviderConnection = platform.bulletinService->makeDataProviderConnection(queueLabel, _queue);
         _settingsGateway = platform.bulletinService->makeSettingsGateway(_queue);
     } else {
-        logSystem(LogPriority::Error, "KTDefaultDataProviderFactory: the platform has no bulletin service");
+        Platform::log(
+            LogPriority::Error, "KTDefaultDataProviderFactory: the platform has no bulletin service");
     }
     _appWorkspace = ApplicationWorkspace::defaultWorkspace();
 }
@@ -151,7 +146,7 @@ void KTDefaultDataProviderFactory::_queue_createDataProviderWithBundleIdentifier
     }
     auto application = ApplicationProxy::applicationProxyForIdentifier(bundleIdentifier);
     if (!application || !kt_shouldUseDefaultDataProvider(*application)) {
-        logSystem(LogPriority::Warning,
+        Platform::log(LogPriority::Warning,
             format("Warning: Do not register notification settings for an app that is using a custom data "
                    "provider: %@",
                 bundleIdentifier));

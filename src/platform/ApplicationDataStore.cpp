@@ -12,12 +12,6 @@ namespace {
 
     using Kind = ApplicationDataStoreDatabase::Kind;
 
-    void logWithoutDatabase(std::string_view message)
-    {
-        if (Platform::isInstalled() && Platform::current().systemLog)
-            Platform::current().systemLog->log(LogPriority::Error, message);
-    }
-
 } // namespace
 
 std::shared_ptr<ApplicationDataStore> ApplicationDataStore::storeForApplication(
@@ -32,7 +26,7 @@ std::vector<std::string> ApplicationDataStore::applicationsWithStores()
 {
     auto database = Platform::current().dataStores;
     if (!database) {
-        logWithoutDatabase("ApplicationDataStore: the platform has no data store database");
+        Platform::log(LogPriority::Error, "ApplicationDataStore: the platform has no data store database");
         return {};
     }
     return database->bundleIdentifiers();
@@ -49,7 +43,7 @@ bool ApplicationDataStore::hasDatabase(std::string_view operation) const
 {
     if (_database)
         return true;
-    logWithoutDatabase(
+    Platform::log(LogPriority::Error,
         format("ApplicationDataStore: %s for %s failed: no database", operation, _bundleIdentifier));
     return false;
 }

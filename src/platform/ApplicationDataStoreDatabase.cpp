@@ -109,10 +109,8 @@ void ApplicationDataStoreDatabase::log(LogPriority priority, std::string_view me
 {
     if (_log)
         _log->log(priority, message);
-    else if (Platform::isInstalled() && Platform::current().systemLog)
-        Platform::current().systemLog->log(priority, message);
     else
-        std::fprintf(stderr, "%.*s\n", static_cast<int>(message.size()), message.data());
+        Platform::log(priority, message);
 }
 
 bool ApplicationDataStoreDatabase::openAndCheck(std::string& reason, bool& damaged)

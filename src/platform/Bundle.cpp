@@ -14,12 +14,6 @@ namespace tessel {
 
 namespace {
 
-    void logWarning(const std::string& message)
-    {
-        if (Platform::isInstalled() && Platform::current().systemLog)
-            Platform::current().systemLog->log(LogPriority::Warning, message);
-    }
-
     // A single file name that stays inside its directory.
     bool isPlainName(std::string_view name)
     {
@@ -80,7 +74,8 @@ Bundle::Bundle(std::string path)
         }
     }
     if (!_manifestError.empty())
-        logWarning("Bundle " + _path + ": unreadable manifest, read as empty: " + _manifestError);
+        Platform::log(LogPriority::Warning,
+            "Bundle " + _path + ": unreadable manifest, read as empty: " + _manifestError);
 }
 
 std::string Bundle::bundleIdentifier() const { return _info[identifierKey].stringValue(); }
@@ -176,7 +171,7 @@ Value Bundle::table(const std::string& localization, std::string_view name) cons
     std::lock_guard lock(_tablesLock);
     auto [entry, inserted] = _tables.try_emplace(std::move(cacheKey), parsed);
     if (inserted && !problem.empty())
-        logWarning("Bundle " + path + ": unreadable string table: " + problem);
+        Platform::log(LogPriority::Warning, "Bundle " + path + ": unreadable string table: " + problem);
     return entry->second;
 }
 

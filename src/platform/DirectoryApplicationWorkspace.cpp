@@ -12,12 +12,6 @@ namespace tessel {
 
 namespace {
 
-    void logMessage(LogPriority priority, const std::string& message)
-    {
-        if (Platform::isInstalled() && Platform::current().systemLog)
-            Platform::current().systemLog->log(priority, message);
-    }
-
     bool sameRecord(const ApplicationProxy& a, const ApplicationProxy& b)
     {
         return a.bundleIdentifier() == b.bundleIdentifier() && a.isInstalled() == b.isInstalled()
@@ -50,7 +44,7 @@ DirectoryApplicationWorkspace::DirectoryApplicationWorkspace(
     bool isDirectory = false;
     if (!(FileManager::fileExistsAtPath(_applicationsDirectory, &isDirectory) && isDirectory)
         && !FileManager::createDirectoryAtPath(_applicationsDirectory, true, &error))
-        logMessage(LogPriority::Error, "Applications directory unusable: " + error);
+        Platform::log(LogPriority::Error, "Applications directory unusable: " + error);
     rescan();
 }
 
@@ -115,7 +109,7 @@ void DirectoryApplicationWorkspace::rescan()
     auto names = FileManager::contentsOfDirectoryAtPath(_applicationsDirectory, &error);
     if (!names) {
         // A directory we cannot read says nothing about what is installed.
-        logMessage(LogPriority::Error, "Cannot scan applications: " + error);
+        Platform::log(LogPriority::Error, "Cannot scan applications: " + error);
         return;
     }
 
@@ -159,12 +153,13 @@ void DirectoryApplicationWorkspace::rescan()
         // Problems are logged when a bundle is first read, not on every rescan.
         if (identifier.empty()) {
             if (fresh)
-                logMessage(LogPriority::Warning, "Skipping application bundle " + path + ": no identifier");
+                Platform::log(
+                    LogPriority::Warning, "Skipping application bundle " + path + ": no identifier");
             continue;
         }
         if (!isAcceptableIdentifier(identifier)) {
             if (fresh)
-                logMessage(LogPriority::Warning,
+                Platform::log(LogPriority::Warning,
                     "Skipping application bundle " + path + ": unusable identifier \"" + identifier + "\"");
             continue;
         }
@@ -196,7 +191,7 @@ void DirectoryApplicationWorkspace::rescan()
         }
         for (auto other = bundles.begin(); other != bundles.end(); ++other) {
             if (other != winner && (other->fresh || winner->fresh))
-                logMessage(LogPriority::Warning,
+                Platform::log(LogPriority::Warning,
                     "Skipping application bundle " + other->path + ": \"" + identifier + "\" is already at "
                         + winner->path);
         }
@@ -208,7 +203,7 @@ void DirectoryApplicationWorkspace::rescan()
         if (isNew || old->second.bundle != bundle) {
             container = Path::appendingComponent(_containersDirectory, identifier);
             if (!createContainer(container, error)) {
-                logMessage(LogPriority::Error, "No data container for " + identifier + ": " + error);
+                Platform::log(LogPriority::Error, "No data container for " + identifier + ": " + error);
                 container.clear();
             }
         } else {
@@ -252,7 +247,7 @@ void DirectoryApplicationWorkspace::rescan()
     }
     // One line per scan: a first scan may find hundreds.
     if (!installed.empty() || !uninstalled.empty())
-        logMessage(LogPriority::Info,
+        Platform::log(LogPriority::Info,
             "Applications: " + std::to_string(installed.size()) + " installed, "
                 + std::to_string(uninstalled.size()) + " uninstalled");
     for (const auto& observer : observers) {

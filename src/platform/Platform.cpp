@@ -40,4 +40,12 @@ Platform& Platform::current()
 
 bool Platform::isInstalled() { return installedPointer.load(std::memory_order_acquire) != nullptr; }
 
+void Platform::log(LogPriority priority, std::string_view message)
+{
+    if (isInstalled() && current().systemLog)
+        current().systemLog->log(priority, message);
+    else
+        std::fprintf(stderr, "%.*s\n", static_cast<int>(message.size()), message.data());
+}
+
 } // namespace tessel

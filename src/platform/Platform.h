@@ -1,5 +1,7 @@
 #pragma once
 
+#include "platform/SystemLog.h"
+
 #include <memory>
 #include <string>
 #include <vector>
@@ -60,6 +62,9 @@ public:
     // The installed platform; a server without one is a programming error and aborts.
     static Platform& current();
     static bool isInstalled();
+    // To the installed platform's system log; to standard error without one,
+    // so that nothing said before installation or after teardown is lost.
+    static void log(LogPriority priority, std::string_view message);
 };
 
 } // namespace tessel

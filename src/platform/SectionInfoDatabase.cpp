@@ -96,10 +96,8 @@ void SectionInfoDatabase::log(LogPriority priority, std::string_view message) co
 {
     if (_log)
         _log->log(priority, message);
-    else if (Platform::isInstalled() && Platform::current().systemLog)
-        Platform::current().systemLog->log(priority, message);
     else
-        std::fprintf(stderr, "%.*s\n", static_cast<int>(message.size()), message.data());
+        Platform::log(priority, message);
 }
 
 bool SectionInfoDatabase::openLocked()

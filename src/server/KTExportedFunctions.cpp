@@ -80,10 +80,9 @@ void TesselSetRegionMonitoringAuthorization(const char* bundleIdentifier, int st
     if (!bundleIdentifier || !platform.locationServices)
         return;
     if (status < LocationManager::NotDetermined || status > LocationManager::AuthorizedWhenInUse) {
-        if (platform.systemLog)
-            platform.systemLog->log(LogPriority::Error,
-                format("Region monitoring authorization %d for %s refused: not a status", status,
-                    bundleIdentifier));
+        Platform::log(LogPriority::Error,
+            format(
+                "Region monitoring authorization %d for %s refused: not a status", status, bundleIdentifier));
         return;
     }
     platform.locationServices->setAuthorizationStatus(

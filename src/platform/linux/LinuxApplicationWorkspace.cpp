@@ -31,9 +31,8 @@ std::shared_ptr<LinuxApplicationWorkspace> LinuxApplicationWorkspace::make(
             strong->rescan();
     });
     if (!workspace->_watcher->isWatching()) {
-        if (Platform::isInstalled() && Platform::current().systemLog)
-            Platform::current().systemLog->log(
-                LogPriority::Error, "Application changes go unnoticed: " + workspace->_watcher->error());
+        Platform::log(
+            LogPriority::Error, "Application changes go unnoticed: " + workspace->_watcher->error());
     }
     // Catches what changed between the first scan and the watch.
     workspace->rescan();
