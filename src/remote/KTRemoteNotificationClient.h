@@ -71,7 +71,7 @@ public:
     // Archives a copy into the application's data store; false when that fails.
     bool saveToDataStore() const;
     // The application's stored record; null when there is none, it does not
-    // decode, or the key holds anything but a record.
+    // decode, or the key holds anything but a record without objects inside.
     static std::shared_ptr<KTRemoteNotificationClient> loadFromDataStore(const std::string& bundleIdentifier);
 
     std::string className() const override { return archivedClassName; }
