@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
@@ -105,6 +106,7 @@ struct WorkQueue::Serial : std::enable_shared_from_this<Serial> {
         beginWork();
         std::lock_guard lock(mutex);
         items.push_back(std::move(item));
+        queued.fetch_add(1, std::memory_order_release);
         if (!started) {
             started = true;
             threadServes = true;
@@ -143,6 +145,8 @@ struct WorkQueue::Serial : std::enable_shared_from_this<Serial> {
             nameThread(label);
         std::unique_lock lock(mutex);
         for (;;) {
+            if (items.empty())
+                spinBeforeSleeping(lock);
             ready.wait(lock, [&] { return !items.empty() || released || (hostServes && !host); });
             if (hostServes && !host) {
                 threadServes = false;
@@ -153,6 +157,7 @@ struct WorkQueue::Serial : std::enable_shared_from_this<Serial> {
                 return;
             Item item = std::move(items.front());
             items.pop_front();
+            queued.fetch_sub(1, std::memory_order_relaxed);
             lock.unlock();
 
             currentQueue = item.queue.get();
@@ -169,11 +174,25 @@ struct WorkQueue::Serial : std::enable_shared_from_this<Serial> {
         }
     }
 
+    // Work often comes back within microseconds (a reply from the queue just
+    // asked); waking a sleeping thread costs far more than staying up briefly.
+    void spinBeforeSleeping(std::unique_lock<std::mutex>& lock)
+    {
+        lock.unlock();
+        auto until = std::chrono::steady_clock::now() + spinBeforeSleep;
+        while (queued.load(std::memory_order_acquire) == 0 && std::chrono::steady_clock::now() < until)
+            std::this_thread::yield();
+        lock.lock();
+    }
+
+    static constexpr std::chrono::microseconds spinBeforeSleep { 50 };
+
     const std::string label;
     std::mutex mutex;
     std::condition_variable ready;
     std::condition_variable handedOver;
     std::deque<Item> items;
+    std::atomic<size_t> queued { 0 };
     bool started = false;
     bool released = false;
     bool threadServes = false;
