@@ -193,7 +193,7 @@ bool KTRemoteNotificationServer::_queue_isBackgroundAppRefreshAllowedForBundleId
     KT_ASSERT_ON_QUEUE(*_queue);
     auto& preferences = *Platform::current().preferences;
     // Another process writes the list; read it as it is now.
-    preferences.reload();
+    preferences.reload(backgroundRefreshDomain);
     Value list = preferences.valueForKey(backgroundRefreshKey, backgroundRefreshDomain);
     if (!list.isDictionary())
         return true;

@@ -42,6 +42,7 @@ KTRemoteNotificationServer::KTRemoteNotificationServer(
     std::shared_ptr<KTSystemStateProviding> systemStateProvider)
     : _systemStateProvider(std::move(systemStateProvider))
     , _queue(WorkQueue::create(queueLabel))
+    , _appWorkspace(ApplicationWorkspace::defaultWorkspace())
 {
     migrateLegacyClients();
 }
@@ -79,7 +80,6 @@ void KTRemoteNotificationServer::start()
                   self->_queue->async([self, info] { self->_queue_appStateDidChange(info); });
               });
     }
-    _appWorkspace = ApplicationWorkspace::defaultWorkspace();
     if (_appWorkspace)
         _appWorkspace->addObserver(shared_from_this());
     if (platform.processManager) {

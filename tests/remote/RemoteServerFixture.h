@@ -116,10 +116,11 @@ protected:
         device.applicationStates().reportStateChange(bundleIdentifier, state, exitReason);
         device.waitUntilIdle();
     }
+    // Written by another process, as on a device.
     void setRefreshList(const Value& list)
     {
-        ASSERT_TRUE(
-            device.platform().preferences->setValue(list, "KeepAppsUpToDateAppList", "com.tamber.mt"));
+        Preferences other(device.platform().preferences->directory());
+        ASSERT_TRUE(other.setValue(list, "KeepAppsUpToDateAppList", "com.tamber.mt"));
     }
 
     std::shared_ptr<SimulatedPushConnection> connection(
