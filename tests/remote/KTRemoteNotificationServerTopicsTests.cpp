@@ -226,6 +226,9 @@ TEST_F(PushTopics, BackgroundRefreshChangesRegisterAppsThatSupportIt)
     EXPECT_EQ(connection()->opportunisticTopics(), Topics { app });
     EXPECT_EQ(connection()->tokenRequests().size(), 2u) << "one for the record, one for the registration";
     EXPECT_EQ(device.downloadManager().reevaluations(), (std::vector<std::vector<std::string>> { { app } }));
+    EXPECT_TRUE(
+        logged("background app refresh became enabled for com.example.app, and it wants push, so we are "
+               "now registering for push"));
 
     std::optional<Value::Dictionary> mapping;
     server->backgroundAppRefreshBundleIdentifierMappingWithResult(
@@ -237,6 +240,38 @@ TEST_F(PushTopics, BackgroundRefreshChangesRegisterAppsThatSupportIt)
     server->setAllowsBackgroundRefresh(false, app);
     device.waitUntilIdle();
     EXPECT_EQ(connection()->ignoredTopics(), Topics { app });
+    EXPECT_TRUE(
+        logged("background app refresh became disabled for com.example.app, and it wants push, so we are "
+               "now calculating topics to update the ignore list"));
+}
+
+// Content pushes to a Gazette application need it to be one, refresh allowed, and automatic updates allowed.
+TEST_F(PushTopics, GazettePushNeedsRefreshAndAutomaticUpdates)
+{
+    struct Case {
+        bool gazette;
+        bool refreshAllowed;
+        bool updatesAllowed;
+        bool enabled;
+    };
+    const Case cases[] = {
+        { true, true, true, true },
+        { false, true, true, false },
+        { true, false, true, false },
+        { true, true, false, false },
+    };
+    start();
+    for (auto& one : cases) {
+        state->gazette.clear();
+        if (one.gazette)
+            state->gazette.insert(app);
+        setRefreshList(Value::Dictionary { { app, one.refreshAllowed } });
+        device.profileConnection().setAutomaticAppUpdatesAllowed(one.updatesAllowed);
+        EXPECT_EQ(
+            server->queue()->sync([&] { return server->_queue_isGazettePushEnabledForApplication(app); }),
+            one.enabled)
+            << one.gazette << one.refreshAllowed << one.updatesAllowed;
+    }
 }
 
 } // namespace
