@@ -275,3 +275,27 @@ TEST_F(PushTopics, GazettePushNeedsRefreshAndAutomaticUpdates)
 }
 
 } // namespace
+
+namespace {
+
+TEST_F(PushTopics, NothingReachesAServerThatIsGone)
+{
+    startWithEnabledApp();
+    auto production = connection();
+    auto process = device.processManager().launch(app);
+    std::weak_ptr<KTRemoteNotificationServer> weakServer = server;
+    server.reset();
+    device.waitUntilIdle();
+    ASSERT_TRUE(weakServer.expired());
+
+    reportState(app, ApplicationStateForeground);
+    setNotificationsEnabled(app, false);
+    process->setBeingDebugged(true);
+    production->sendToken(Bytes { 1 }, std::string(app), "id");
+    ASSERT_TRUE(device.applicationWorkspace().install({ .identifier = otherApp }));
+    device.waitUntilIdle();
+    EXPECT_TRUE(recorder->tokens().empty());
+    EXPECT_TRUE(production->moves().empty());
+}
+
+} // namespace
