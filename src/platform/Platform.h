@@ -9,14 +9,18 @@
 namespace tessel {
 
 class ApplicationDataStoreDatabase;
+class ApplicationStateService;
 class ApplicationWorkspace;
 class BulletinService;
 class Clock;
+class DownloadManager;
 class FileLogManager;
 class LocationServices;
 class NotificationCenter;
 class Preferences;
 class ProcessManager;
+class ProfileConnection;
+class PushService;
 class SystemAlertService;
 class SystemLog;
 class SystemNotificationCenter;
@@ -57,6 +61,11 @@ public:
     std::shared_ptr<SystemService> systemService;
     // Hosts the data providers and keeps each section's settings.
     std::shared_ptr<BulletinService> bulletinService;
+    // Push connections, one per environment in use.
+    std::shared_ptr<PushService> pushService;
+    std::shared_ptr<ApplicationStateService> applicationStates;
+    std::shared_ptr<DownloadManager> downloadManager;
+    std::shared_ptr<ProfileConnection> profileConnection;
 
     static void install(std::shared_ptr<Platform> platform);
     // The installed platform; a server without one is a programming error and aborts.

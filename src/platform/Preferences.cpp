@@ -123,4 +123,12 @@ void Preferences::reload()
     _domains.clear();
 }
 
+void Preferences::reload(std::string_view domain)
+{
+    std::lock_guard lock(_lock);
+    auto found = _domains.find(domain);
+    if (found != _domains.end())
+        _domains.erase(found);
+}
+
 } // namespace tessel

@@ -43,6 +43,8 @@ public:
 
     // Forgets every cached domain so the next read sees the files as they are now.
     void reload();
+    // Forgets one domain only, for values another process keeps changing.
+    void reload(std::string_view domain);
 
     static bool isValidDomainName(std::string_view domain);
 

@@ -20,6 +20,20 @@ std::vector<std::shared_ptr<ApplicationProcess>> ProcessManager::processesForBun
     return processes;
 }
 
+std::vector<std::shared_ptr<ApplicationProcess>> ProcessManager::allApplicationProcesses()
+{
+    removeExitedProcesses();
+    return allProcesses();
+}
+
+std::shared_ptr<ApplicationProcess> ProcessManager::processForPid(int32_t pid)
+{
+    removeExitedProcesses();
+    std::lock_guard lock(_mutex);
+    auto found = std::find_if(_processes.begin(), _processes.end(), [&](auto& p) { return p->pid() == pid; });
+    return found == _processes.end() ? nullptr : *found;
+}
+
 void ProcessManager::addObserver(const std::shared_ptr<ProcessManagerObserver>& observer)
 {
     if (!observer)

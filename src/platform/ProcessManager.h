@@ -33,6 +33,11 @@ public:
     std::vector<std::shared_ptr<ApplicationProcess>> processesForBundleIdentifier(
         const std::string& bundleIdentifier);
 
+    // Every running application process, in launch order.
+    std::vector<std::shared_ptr<ApplicationProcess>> allApplicationProcesses();
+    // Null when no running process has that pid.
+    std::shared_ptr<ApplicationProcess> processForPid(int32_t pid);
+
     // Held weakly; an observer that is gone is skipped.
     void addObserver(const std::shared_ptr<ProcessManagerObserver>& observer);
     void removeObserver(const ProcessManagerObserver* observer);

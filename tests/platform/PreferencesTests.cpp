@@ -86,6 +86,21 @@ TEST_F(PreferencesTest, ReloadSeesAnotherWriter)
     EXPECT_FALSE(reader.hasValueForKey("level", domain));
 }
 
+TEST_F(PreferencesTest, ReloadingOneDomainKeepsTheOthersCached)
+{
+    Preferences reader(_directory.path());
+    Preferences writer(_directory.path());
+    ASSERT_TRUE(writer.setValue(1, "level", domain));
+    ASSERT_TRUE(writer.setValue(1, "level", "org.tessel.other"));
+    EXPECT_EQ(reader.integerForKey("level", domain), 1);
+    EXPECT_EQ(reader.integerForKey("level", "org.tessel.other"), 1);
+    ASSERT_TRUE(writer.setValue(2, "level", domain));
+    ASSERT_TRUE(writer.setValue(2, "level", "org.tessel.other"));
+    reader.reload(domain);
+    EXPECT_EQ(reader.integerForKey("level", domain), 2);
+    EXPECT_EQ(reader.integerForKey("level", "org.tessel.other"), 1);
+}
+
 TEST_F(PreferencesTest, UnusableFilesReadEmptyAndAreReplacedByTheNextWrite)
 {
     struct Case {

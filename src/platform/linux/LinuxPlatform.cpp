@@ -1,6 +1,7 @@
 #include "platform/linux/LinuxPlatform.h"
 
 #include "platform/ApplicationDataStoreDatabase.h"
+#include "platform/ApplicationStateMonitor.h"
 #include "platform/FileLogManager.h"
 #include "platform/FileManager.h"
 #include "platform/InProcessSystemNotificationCenter.h"
@@ -13,6 +14,7 @@
 #include "platform/linux/LinuxApplicationWorkspace.h"
 #include "platform/linux/LinuxBulletinService.h"
 #include "platform/linux/LinuxProcessManager.h"
+#include "platform/linux/LinuxPushService.h"
 #include "platform/linux/SyslogSystemLog.h"
 #include "platform/linux/SystemClock.h"
 
@@ -54,6 +56,13 @@ std::shared_ptr<Platform> LinuxPlatform::make()
         = std::make_shared<LinuxBulletinService>(platform->dataStores->path(), platform->systemLog);
     // No positioning service here: the host reports crossings and grants authorization.
     platform->locationServices = std::make_shared<LocationServices>();
+    platform->pushService
+        = std::make_shared<LinuxPushService>(Path::appendingComponent(platform->libraryDirectory, "Push"));
+    // The host reports application states as it sees them.
+    platform->applicationStates = std::make_shared<ApplicationStateService>();
+    platform->downloadManager = std::make_shared<LinuxDownloadManager>();
+    platform->profileConnection
+        = std::make_shared<LinuxProfileConnection>(platform->preferences, platform->hostPreferencesDomain);
     return platform;
 }
 

@@ -1,6 +1,7 @@
 #include "platform/sim/SimulatedDevice.h"
 
 #include "platform/ApplicationDataStoreDatabase.h"
+#include "platform/ApplicationStateMonitor.h"
 #include "platform/FileLogManager.h"
 #include "platform/FileManager.h"
 #include "platform/InProcessSystemNotificationCenter.h"
@@ -14,6 +15,7 @@
 #include "platform/sim/SimulatedApplicationWorkspace.h"
 #include "platform/sim/SimulatedBulletinService.h"
 #include "platform/sim/SimulatedProcessManager.h"
+#include "platform/sim/SimulatedPushService.h"
 #include "platform/sim/SimulatedSystemAlerts.h"
 #include "platform/sim/SimulatedSystemService.h"
 #include "services/KTSPowerLog.h"
@@ -92,6 +94,10 @@ SimulatedDevice::SimulatedDevice(Date start)
         });
     platform.systemService = std::make_shared<SimulatedSystemService>();
     platform.bulletinService = std::make_shared<SimulatedBulletinService>();
+    platform.pushService = std::make_shared<SimulatedPushService>();
+    platform.applicationStates = std::make_shared<ApplicationStateService>();
+    platform.downloadManager = std::make_shared<SimulatedDownloadManager>();
+    platform.profileConnection = std::make_shared<SimulatedProfileConnection>();
     Platform::install(_platform);
 }
 
@@ -126,6 +132,23 @@ SimulatedSystemService& SimulatedDevice::systemService()
 SimulatedBulletinService& SimulatedDevice::bulletinService()
 {
     return static_cast<SimulatedBulletinService&>(*_platform->bulletinService);
+}
+
+SimulatedPushService& SimulatedDevice::pushService()
+{
+    return static_cast<SimulatedPushService&>(*_platform->pushService);
+}
+
+ApplicationStateService& SimulatedDevice::applicationStates() { return *_platform->applicationStates; }
+
+SimulatedDownloadManager& SimulatedDevice::downloadManager()
+{
+    return static_cast<SimulatedDownloadManager&>(*_platform->downloadManager);
+}
+
+SimulatedProfileConnection& SimulatedDevice::profileConnection()
+{
+    return static_cast<SimulatedProfileConnection&>(*_platform->profileConnection);
 }
 
 std::vector<std::string> SimulatedDevice::fileLogLines(const std::string& loggerName) const

@@ -11,6 +11,7 @@
 
 namespace tessel {
 
+class ApplicationStateService;
 class CapturedSystemLog;
 class LocationServices;
 class InProcessSystemNotificationCenter;
@@ -19,6 +20,9 @@ class SimulatedProcessManager;
 class SimulatedApplicationWorkspace;
 class SimulatedBulletinService;
 class SimulatedSystemService;
+class SimulatedPushService;
+class SimulatedDownloadManager;
+class SimulatedProfileConnection;
 
 // A whole device in memory for tests and benchmarks: a temporary Library
 // directory, a manual clock, captured logs and in-process notification centers.
@@ -50,6 +54,11 @@ public:
     std::vector<PowerLogEntry> powerLogEntries() const;
     SimulatedSystemService& systemService();
     SimulatedBulletinService& bulletinService();
+    SimulatedPushService& pushService();
+    // Tests report application states here.
+    ApplicationStateService& applicationStates();
+    SimulatedDownloadManager& downloadManager();
+    SimulatedProfileConnection& profileConnection();
 
     // Moves the clock on, firing due timers in date order, and lets all work finish.
     void advance(double seconds);
