@@ -8,6 +8,7 @@
 #include "platform/SystemLog.h"
 #include "platform/SystemService.h"
 #include "platform/WorkQueue.h"
+#include "settings/KTNotificationSettingsChange.h"
 #include "settings/KTSectionInfoAdditions.h"
 #include "store/KTNotificationStore.h"
 
@@ -533,12 +534,9 @@ std::optional<BulletinRequest> KTDefaultDataProvider::_latestBulletinInSet(const
 void KTDefaultDataProvider::noteSectionInfoDidChange(const SectionInfo& sectionInfo)
 {
     KT_ASSERT_ON_QUEUE(_queue);
-    Value::Dictionary userInfo {
-        { KTNotificationBundleIdentifierKey, Value(_sectionID) },
-        { KTNotificationEnabledKey, Value(kt_isEnabled(sectionInfo)) },
-    };
+    KTNotificationSettingsChange change { _sectionID, kt_isEnabled(sectionInfo) };
     Platform::current().notificationCenter->postNotification(
-        KTNotificationSettingsDidChangeNotification, this, Value(std::move(userInfo)));
+        KTNotificationSettingsDidChangeNotification, this, change.userInfo());
 }
 
 } // namespace tessel

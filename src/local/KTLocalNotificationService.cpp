@@ -6,6 +6,7 @@
 #include "server/KTApplicationProxyAdditions.h"
 #include "services/KTSNotificationSchedule.h"
 #include "services/KTSNotificationScheduleFetchRequest.h"
+#include "settings/KTNotificationSettingsChange.h"
 #include "settings/KTNotificationSettingsService.h"
 #include "tessel/Tessel.h"
 
@@ -314,11 +315,10 @@ bool KTLocalNotificationService::_queue_isTesselEnabled(const std::string& bundl
 void KTLocalNotificationService::_queue_userNotificationSettingsDidChange(const Notification& notification)
 {
     KT_ASSERT_ON_QUEUE(*_queue);
-    const Value& bundleIdentifierValue = notification.userInfo[KTNotificationBundleIdentifierKey];
-    if (!bundleIdentifierValue.isString() || bundleIdentifierValue.stringValue().empty())
+    auto change = KTNotificationSettingsChange::fromUserInfo(notification.userInfo);
+    if (!change)
         return;
-    const std::string& bundleIdentifier = bundleIdentifierValue.stringValue();
-    bool enabled = notification.userInfo[KTNotificationEnabledKey].boolValue();
+    const auto& [bundleIdentifier, enabled] = *change;
     if (_queue_isTesselEnabled(bundleIdentifier) == enabled)
         return;
     if (enabled)

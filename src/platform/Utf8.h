@@ -14,6 +14,9 @@ public:
     // Length of the well-formed sequence at text (NUL counts as one byte when
     // allowed), or 0 when none starts there.
     static size_t sequenceLength(const unsigned char* text, size_t available, bool allowNul = true);
+    // Equal but for the case of ASCII letters; every other byte must match,
+    // so names from outside never match by a locale's folding.
+    static bool equalsIgnoringASCIICase(std::string_view a, std::string_view b);
 };
 
 } // namespace tessel

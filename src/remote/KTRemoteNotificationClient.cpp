@@ -6,6 +6,7 @@
 #include "platform/KeyedArchiver.h"
 #include "platform/KeyedUnarchiver.h"
 #include "platform/PushEnvironment.h"
+#include "platform/Utf8.h"
 
 #include <algorithm>
 #include <array>
@@ -54,19 +55,6 @@ namespace {
         return text;
     }
 
-    // ASCII only: the environment names are, and other bytes must match exactly.
-    bool equalIgnoringCase(std::string_view a, std::string_view b)
-    {
-        auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; };
-        if (a.size() != b.size())
-            return false;
-        for (size_t i = 0; i < a.size(); ++i) {
-            if (lower(a[i]) != lower(b[i]))
-                return false;
-        }
-        return true;
-    }
-
     template <typename T> Value optionalValue(const std::optional<T>& value)
     {
         return value ? Value(*value) : Value();
@@ -102,7 +90,7 @@ std::optional<std::string> KTRemoteNotificationClient::validEnvironmentFromEnvir
         return std::nullopt;
     for (const char* valid :
         { PushEnvironmentProduction, PushEnvironmentDevelopment, PushEnvironmentDemo, PushEnvironmentQA2 }) {
-        if (equalIgnoringCase(*environment, valid))
+        if (Utf8::equalsIgnoringASCIICase(*environment, valid))
             return std::string(valid);
     }
     return std::nullopt;

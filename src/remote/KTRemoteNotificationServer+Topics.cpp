@@ -6,10 +6,12 @@
 #include "platform/Platform.h"
 #include "platform/Preferences.h"
 #include "platform/ProfileConnection.h"
+#include "platform/Utf8.h"
 #include "platform/WorkQueue.h"
 #include "remote/KTRemoteNotificationClient.h"
 #include "server/KTLogging.h"
 #include "server/KTSystemStateProviding.h"
+#include "settings/KTNotificationSettingsChange.h"
 #include "tessel/Tessel.h"
 
 #include <algorithm>
@@ -28,14 +30,6 @@ namespace {
     Value topicsValue(const std::vector<std::string>& topics)
     {
         return Value(Value::Array(topics.begin(), topics.end()));
-    }
-
-    bool equalsIgnoringCase(std::string_view a, std::string_view b)
-    {
-        auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; };
-        return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), [&](char x, char y) {
-            return lower(x) == lower(y);
-        });
     }
 
     void reevaluateBackgroundDownloads(const std::string& bundleIdentifier)
@@ -59,7 +53,7 @@ std::optional<std::vector<std::string>> KTRemoteNotificationServer::_queue_cloud
     if (!services.isArray())
         return std::nullopt;
     for (auto& service : services.arrayValue()) {
-        if (service.isString() && equalsIgnoringCase(service.stringValue(), cloudDatabaseService))
+        if (service.isString() && Utf8::equalsIgnoringASCIICase(service.stringValue(), cloudDatabaseService))
             return std::vector<std::string> { cloudDatabaseTopicPrefix + bundleIdentifier };
     }
     return std::nullopt;
@@ -300,11 +294,10 @@ void KTRemoteNotificationServer::_queue_appDebugStateDidChange(
 void KTRemoteNotificationServer::_queue_userNotificationSettingsDidChange(const Notification& notification)
 {
     KT_ASSERT_ON_QUEUE(*_queue);
-    const Value& bundleIdentifierValue = notification.userInfo[KTNotificationBundleIdentifierKey];
-    if (!bundleIdentifierValue.isString() || bundleIdentifierValue.stringValue().empty())
+    auto change = KTNotificationSettingsChange::fromUserInfo(notification.userInfo);
+    if (!change)
         return;
-    const std::string& bundleIdentifier = bundleIdentifierValue.stringValue();
-    bool enabled = notification.userInfo[KTNotificationEnabledKey].boolValue();
+    const auto& [bundleIdentifier, enabled] = *change;
     if (enabled == _queue_isTesselEnabledForApplication(bundleIdentifier))
         return;
     if (enabled)
