@@ -1,10 +1,10 @@
 // One data store write and read of a list the size of 64 scheduled
 // notifications, against a durable atomic file write of the same bytes.
-#include "platform/ApplicationDataStore.h"
-#include "platform/ApplicationDataStoreDatabase.h"
-#include "platform/FileManager.h"
-#include "platform/KeyedArchive.h"
-#include "platform/Path.h"
+#include "platform/applications/ApplicationDataStore.h"
+#include "platform/applications/ApplicationDataStoreDatabase.h"
+#include "platform/archive/KeyedArchive.h"
+#include "platform/files/FileManager.h"
+#include "platform/files/Path.h"
 
 #include <benchmark/benchmark.h>
 #include <cstdlib>

@@ -3,11 +3,11 @@
 // (both binary property lists); the scan reads both, since the record's name
 // comes from the table. The baseline reads and parses those 1000 files with
 // FileManager and PropertyList and nothing else.
-#include "platform/ApplicationProxy.h"
-#include "platform/DirectoryApplicationWorkspace.h"
-#include "platform/FileManager.h"
-#include "platform/Path.h"
-#include "platform/PropertyList.h"
+#include "platform/applications/ApplicationProxy.h"
+#include "platform/applications/DirectoryApplicationWorkspace.h"
+#include "platform/archive/PropertyList.h"
+#include "platform/files/FileManager.h"
+#include "platform/files/Path.h"
 
 #include <benchmark/benchmark.h>
 #include <cstdlib>

@@ -1,6 +1,6 @@
 #include "BenchDevice.h"
 
-#include "platform/ApplicationDataStoreDatabase.h"
+#include "platform/applications/ApplicationDataStoreDatabase.h"
 #include "platform/linux/LinuxBulletinService.h"
 
 namespace tessel {

@@ -2,9 +2,9 @@
 // the same store: the diff and the one bulletin should cost little beyond the load.
 #include "BenchDevice.h"
 #include "bulletins/KTDefaultDataProvider.h"
-#include "platform/DataProviderProxy.h"
 #include "platform/Platform.h"
-#include "platform/WorkQueue.h"
+#include "platform/bulletins/DataProviderProxy.h"
+#include "platform/concurrency/WorkQueue.h"
 #include "platform/sim/ManualClock.h"
 #include "platform/sim/SimulatedDevice.h"
 #include "store/KTNotificationStore.h"

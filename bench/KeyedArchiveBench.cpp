@@ -1,4 +1,4 @@
-#include "platform/KeyedArchive.h"
+#include "platform/archive/KeyedArchive.h"
 
 #include <benchmark/benchmark.h>
 #include <plist/plist.h>

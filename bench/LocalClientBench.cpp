@@ -2,9 +2,9 @@
 // persisting the same list, arming after a save, and a one-day fetch request.
 #include "BenchDevice.h"
 #include "local/KTLocalNotificationClient.h"
-#include "platform/ApplicationDataStore.h"
-#include "platform/LocalNotification.h"
-#include "platform/WorkQueue.h"
+#include "platform/applications/ApplicationDataStore.h"
+#include "platform/concurrency/WorkQueue.h"
+#include "platform/records/LocalNotification.h"
 #include "services/KTSNotificationSchedule.h"
 #include "services/KTSNotificationScheduleFetchRequest.h"
 #include "store/KTNotificationStore.h"

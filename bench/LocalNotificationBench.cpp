@@ -1,4 +1,4 @@
-#include "platform/LocalNotification.h"
+#include "platform/records/LocalNotification.h"
 
 #include <benchmark/benchmark.h>
 

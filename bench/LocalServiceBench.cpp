@@ -3,10 +3,10 @@
 // against reading the same 500 lists from the data store.
 #include "BenchDevice.h"
 #include "local/KTLocalNotificationService.h"
-#include "platform/ApplicationDataStore.h"
-#include "platform/KeyedArchive.h"
-#include "platform/LocalNotification.h"
-#include "platform/WorkQueue.h"
+#include "platform/applications/ApplicationDataStore.h"
+#include "platform/archive/KeyedArchive.h"
+#include "platform/concurrency/WorkQueue.h"
+#include "platform/records/LocalNotification.h"
 #include "platform/sim/ManualClock.h"
 #include "platform/sim/SimulatedApplicationWorkspace.h"
 

@@ -1,5 +1,5 @@
 // Formatting a network string against copying the same bytes.
-#include "remote/KTFormatNetworkString.h"
+#include "core/KTFormatNetworkString.h"
 
 #include <benchmark/benchmark.h>
 #include <cstring>

@@ -1,9 +1,9 @@
 // Saving into a full store against a bare atomic write of the same bytes.
 #include "BenchDevice.h"
-#include "platform/FileManager.h"
-#include "platform/Path.h"
 #include "platform/Platform.h"
-#include "platform/WorkQueue.h"
+#include "platform/concurrency/WorkQueue.h"
+#include "platform/files/FileManager.h"
+#include "platform/files/Path.h"
 #include "platform/sim/SimulatedDevice.h"
 #include "store/KTNotificationStore.h"
 

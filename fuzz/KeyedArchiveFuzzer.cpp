@@ -1,7 +1,7 @@
-#include "platform/Archivable.h"
-#include "platform/KeyedArchive.h"
-#include "platform/KeyedArchiver.h"
-#include "platform/KeyedUnarchiver.h"
+#include "platform/archive/KeyedArchive.h"
+#include "platform/archive/KeyedArchiver.h"
+#include "platform/archive/KeyedUnarchiver.h"
+#include "platform/foundation/Archivable.h"
 
 #include <cstddef>
 #include <cstdint>

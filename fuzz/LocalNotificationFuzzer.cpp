@@ -1,7 +1,7 @@
 // Notifications as applications send them: decoded through the safe decoder,
 // then every calendar computation the scheduler runs on them.
-#include "platform/KeyedArchive.h"
-#include "platform/LocalNotification.h"
+#include "platform/archive/KeyedArchive.h"
+#include "platform/records/LocalNotification.h"
 #include "services/KTSLocalNotificationWhitelistedUnarchive.h"
 
 #include <cstddef>
@@ -22,7 +22,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         notification->nextFireDateAfterDate(date);
     }
     auto copy = notification->copy();
-    if (!copy->isEqual(*notification) || copy->compareFireDates(*notification) != std::weak_ordering::equivalent)
+    if (!copy->isEqual(*notification)
+        || copy->compareFireDates(*notification) != std::weak_ordering::equivalent)
         __builtin_trap();
     copy->clearNonSystemProperties();
     (void)notification->description();

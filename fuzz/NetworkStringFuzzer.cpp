@@ -1,6 +1,6 @@
 // Network-string formatting against a plain byte-by-byte model of its rules.
-#include "platform/Utf8.h"
-#include "remote/KTFormatNetworkString.h"
+#include "core/KTFormatNetworkString.h"
+#include "platform/foundation/Utf8.h"
 
 #include <cstdint>
 #include <cstdlib>

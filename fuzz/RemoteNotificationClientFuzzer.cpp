@@ -1,7 +1,7 @@
 // Push registrations as the data store hands them back: whatever decodes keeps
 // the record's rules and survives archiving again unchanged.
-#include "platform/KeyedArchive.h"
-#include "platform/PushEnvironment.h"
+#include "platform/archive/KeyedArchive.h"
+#include "platform/push/PushEnvironment.h"
 #include "remote/KTRemoteNotificationClient.h"
 
 #include <cstddef>

@@ -1,4 +1,4 @@
-#include "platform/StringTable.h"
+#include "platform/applications/StringTable.h"
 
 #include <cstddef>
 #include <cstdint>

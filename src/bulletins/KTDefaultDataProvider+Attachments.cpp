@@ -1,11 +1,11 @@
 #include "bulletins/KTDefaultDataProvider.h"
 
-#include "platform/Format.h"
-#include "platform/Image.h"
-#include "platform/ImageContext.h"
 #include "platform/Platform.h"
-#include "platform/SystemLog.h"
-#include "platform/WorkQueue.h"
+#include "platform/concurrency/WorkQueue.h"
+#include "platform/foundation/Format.h"
+#include "platform/graphics/Image.h"
+#include "platform/graphics/ImageContext.h"
+#include "platform/logging/SystemLog.h"
 
 #include <algorithm>
 #include <cmath>

@@ -1,9 +1,9 @@
 #pragma once
 
-#include "platform/Geometry.h"
-#include "platform/NotificationCategory.h"
-#include "platform/RemoteDataProvider.h"
-#include "platform/Value.h"
+#include "platform/bulletins/RemoteDataProvider.h"
+#include "platform/foundation/Geometry.h"
+#include "platform/foundation/Value.h"
+#include "platform/records/NotificationCategory.h"
 
 #include <functional>
 #include <memory>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/ApplicationWorkspace.h"
+#include "platform/applications/ApplicationWorkspace.h"
 
 #include <cstdint>
 #include <functional>

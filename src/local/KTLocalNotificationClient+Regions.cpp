@@ -1,9 +1,9 @@
 #include "local/KTLocalNotificationClient.h"
 
-#include "platform/LocalNotification.h"
-#include "platform/Region.h"
-#include "platform/WorkQueue.h"
-#include "server/KTLogging.h"
+#include "core/KTLogging.h"
+#include "platform/concurrency/WorkQueue.h"
+#include "platform/location/Region.h"
+#include "platform/records/LocalNotification.h"
 
 #include <algorithm>
 

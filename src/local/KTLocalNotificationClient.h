@@ -1,8 +1,8 @@
 #pragma once
 
 #include "local/KTLocationMonitor.h"
-#include "platform/Date.h"
-#include "platform/Value.h"
+#include "platform/foundation/Date.h"
+#include "platform/foundation/Value.h"
 
 #include <cstdint>
 #include <map>

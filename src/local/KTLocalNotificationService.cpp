@@ -1,12 +1,12 @@
 #include "local/KTLocalNotificationService.h"
 
-#include "platform/ApplicationProxy.h"
+#include "core/KTApplicationProxyAdditions.h"
+#include "core/KTNotificationSettingsChange.h"
 #include "platform/Platform.h"
-#include "platform/WorkQueue.h"
-#include "server/KTApplicationProxyAdditions.h"
+#include "platform/applications/ApplicationProxy.h"
+#include "platform/concurrency/WorkQueue.h"
 #include "services/KTSNotificationSchedule.h"
 #include "services/KTSNotificationScheduleFetchRequest.h"
-#include "settings/KTNotificationSettingsChange.h"
 #include "settings/KTNotificationSettingsService.h"
 #include "tessel/Tessel.h"
 

@@ -1,10 +1,10 @@
 #pragma once
 
 #include "local/KTLocalNotificationClient.h"
-#include "platform/ApplicationWorkspace.h"
-#include "platform/NotificationCenter.h"
-#include "platform/ProcessManager.h"
-#include "platform/SystemNotificationCenter.h"
+#include "platform/applications/ApplicationWorkspace.h"
+#include "platform/events/NotificationCenter.h"
+#include "platform/events/SystemNotificationCenter.h"
+#include "platform/processes/ProcessManager.h"
 
 #include <functional>
 #include <map>

@@ -1,10 +1,10 @@
 #include "local/KTLocationMonitor.h"
 
-#include "platform/LocationServices.h"
+#include "core/KTLogging.h"
 #include "platform/Platform.h"
-#include "platform/Region.h"
-#include "platform/WorkQueue.h"
-#include "server/KTLogging.h"
+#include "platform/concurrency/WorkQueue.h"
+#include "platform/location/LocationServices.h"
+#include "platform/location/Region.h"
 
 namespace tessel {
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/LocationManager.h"
+#include "platform/location/LocationManager.h"
 
 #include <functional>
 #include <memory>

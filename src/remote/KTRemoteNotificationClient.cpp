@@ -1,12 +1,12 @@
 #include "remote/KTRemoteNotificationClient.h"
 
-#include "platform/ApplicationDataStore.h"
-#include "platform/Format.h"
-#include "platform/KeyedArchive.h"
-#include "platform/KeyedArchiver.h"
-#include "platform/KeyedUnarchiver.h"
-#include "platform/PushEnvironment.h"
-#include "platform/Utf8.h"
+#include "platform/applications/ApplicationDataStore.h"
+#include "platform/archive/KeyedArchive.h"
+#include "platform/archive/KeyedArchiver.h"
+#include "platform/archive/KeyedUnarchiver.h"
+#include "platform/foundation/Format.h"
+#include "platform/foundation/Utf8.h"
+#include "platform/push/PushEnvironment.h"
 
 #include <algorithm>
 #include <array>

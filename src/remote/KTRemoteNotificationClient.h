@@ -1,8 +1,8 @@
 #pragma once
 
-#include "platform/Archivable.h"
-#include "platform/Date.h"
-#include "platform/Value.h"
+#include "platform/foundation/Archivable.h"
+#include "platform/foundation/Date.h"
+#include "platform/foundation/Value.h"
 
 #include <cstdint>
 #include <memory>

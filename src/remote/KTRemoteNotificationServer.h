@@ -1,12 +1,12 @@
 #pragma once
 
-#include "platform/ApplicationProcess.h"
-#include "platform/ApplicationWorkspace.h"
-#include "platform/AuditToken.h"
-#include "platform/NotificationCenter.h"
-#include "platform/ProcessManager.h"
-#include "platform/PushConnection.h"
-#include "platform/Value.h"
+#include "platform/applications/ApplicationWorkspace.h"
+#include "platform/events/NotificationCenter.h"
+#include "platform/foundation/Value.h"
+#include "platform/ipc/AuditToken.h"
+#include "platform/processes/ApplicationProcess.h"
+#include "platform/processes/ProcessManager.h"
+#include "platform/push/PushConnection.h"
 
 #include <cstdint>
 #include <functional>

@@ -1,11 +1,10 @@
 // The C interface's functions.
 #include "local/KTLocalNotificationService.h"
-#include "platform/Format.h"
-#include "platform/LocationServices.h"
-#include "platform/NotificationSettings.h"
 #include "platform/Platform.h"
-#include "platform/SystemLog.h"
-#include "platform/linux/LinuxPlatform.h"
+#include "platform/foundation/Format.h"
+#include "platform/location/LocationServices.h"
+#include "platform/logging/SystemLog.h"
+#include "platform/records/NotificationSettings.h"
 #include "server/KTSystemStateProvidingCallbacksAdapter.h"
 #include "server/KTTesselServer.h"
 #include "settings/KTNotificationSettingsService.h"
@@ -18,18 +17,6 @@
 
 using namespace tessel;
 
-namespace {
-
-void ensurePlatform()
-{
-    static std::mutex lock;
-    std::lock_guard guard(lock);
-    if (!Platform::isInstalled())
-        Platform::install(LinuxPlatform::make());
-}
-
-} // namespace
-
 extern "C" {
 
 void KTTesselServerStart(const KTSystemStateProvidingCallbacks* systemStateProvider)
@@ -37,20 +24,20 @@ void KTTesselServerStart(const KTSystemStateProvidingCallbacks* systemStateProvi
     KTSystemStateProvidingCallbacks callbacks {};
     if (systemStateProvider)
         callbacks = *systemStateProvider;
-    ensurePlatform();
+    ensurePlatformInstalled();
     tessel::KTTesselServerStart(std::make_shared<KTSystemStateProvidingCallbacksAdapter>(callbacks));
 }
 
 void KTClearNotificationsForBundleIdentifier(const char* bundleIdentifier)
 {
-    ensurePlatform();
+    ensurePlatformInstalled();
     KTNotificationStore::sharedInstance()->clearNotificationsForBundleID(
         bundleIdentifier ? bundleIdentifier : "");
 }
 
 void KTSystemDidSetBadgeForBundleIdentifier(const char* bundleIdentifier)
 {
-    ensurePlatform();
+    ensurePlatformInstalled();
     // An application whose badge the system set is thereby registered for badges.
     KTNotificationSettingsService::sharedInstance()->registerNotificationTypes(
         NotificationSettings::TypeBadge, bundleIdentifier ? bundleIdentifier : "");
@@ -58,7 +45,7 @@ void KTSystemDidSetBadgeForBundleIdentifier(const char* bundleIdentifier)
 
 bool KTIsAuthorizedForRegionMonitoring(const char* bundleIdentifier)
 {
-    ensurePlatform();
+    ensurePlatformInstalled();
     if (!bundleIdentifier)
         return false;
     return KTLocalNotificationService::sharedInstance()->bundleIdentifierAuthorizedForRegionMonitoring(
@@ -67,7 +54,7 @@ bool KTIsAuthorizedForRegionMonitoring(const char* bundleIdentifier)
 
 void KTTriggerLocationArrow(const char* bundleIdentifier)
 {
-    ensurePlatform();
+    ensurePlatformInstalled();
     if (bundleIdentifier)
         KTLocalNotificationService::sharedInstance()->triggerLocationArrowForBundleIdentifier(
             bundleIdentifier);
@@ -75,7 +62,7 @@ void KTTriggerLocationArrow(const char* bundleIdentifier)
 
 void TesselSetRegionMonitoringAuthorization(const char* bundleIdentifier, int status)
 {
-    ensurePlatform();
+    ensurePlatformInstalled();
     auto& platform = Platform::current();
     if (!bundleIdentifier || !platform.locationServices)
         return;
@@ -91,14 +78,14 @@ void TesselSetRegionMonitoringAuthorization(const char* bundleIdentifier, int st
 
 void TesselReportRegionCrossing(const char* regionIdentifier, bool entered)
 {
-    ensurePlatform();
+    ensurePlatformInstalled();
     if (regionIdentifier && Platform::current().locationServices)
         Platform::current().locationServices->reportCrossing(regionIdentifier, entered);
 }
 
 char* _VYSAppNotificationStoreDirectory(void)
 {
-    ensurePlatform();
+    ensurePlatformInstalled();
     return strdup(KTNotificationStore::storeDirectory().c_str());
 }
 }

@@ -1,6 +1,6 @@
 #include "server/KTSystemStateProvidingCallbacksAdapter.h"
 
-#include "platform/PropertyList.h"
+#include "platform/archive/PropertyList.h"
 
 namespace tessel {
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "server/KTSystemStateProviding.h"
+#include "core/KTSystemStateProviding.h"
 
 #include <tessel/Tessel.h>
 

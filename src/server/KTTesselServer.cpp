@@ -1,15 +1,15 @@
 #include "server/KTTesselServer.h"
 
 #include "bulletins/KTDefaultDataProviderFactory.h"
+#include "core/KTLocalNotificationLogger.h"
+#include "core/KTRemoteNotificationLogger.h"
+#include "core/KTSystemStateProviding.h"
 #include "local/KTLocalNotificationService.h"
-#include "platform/FileLogManager.h"
 #include "platform/Platform.h"
-#include "platform/SystemNotificationCenter.h"
-#include "platform/WorkQueue.h"
+#include "platform/concurrency/WorkQueue.h"
+#include "platform/events/SystemNotificationCenter.h"
 #include "platform/linux/LinuxPlatform.h"
-#include "server/KTLocalNotificationLogger.h"
-#include "server/KTRemoteNotificationLogger.h"
-#include "server/KTSystemStateProviding.h"
+#include "platform/logging/FileLogManager.h"
 #include "store/KTNotificationStore.h"
 
 #include <atomic>
@@ -53,6 +53,14 @@ void KTTesselServer::setSharedInstance(std::shared_ptr<KTTesselServer> server)
 
 KTTesselServer::KTTesselServer(const std::shared_ptr<KTSystemStateProviding>&) { }
 
+void ensurePlatformInstalled()
+{
+    static std::mutex lock;
+    std::lock_guard guard(lock);
+    if (!Platform::isInstalled())
+        Platform::install(LinuxPlatform::make());
+}
+
 void KTPreferencesChanged(const std::string&)
 {
     WorkQueue::global().async([] { Platform::current().fileLogManager->reloadFromDefaults(); });
@@ -62,8 +70,7 @@ void KTTesselServerStart(std::shared_ptr<KTSystemStateProviding> systemStateProv
 {
     static std::once_flag once;
     std::call_once(once, [&] {
-        if (!Platform::isInstalled())
-            Platform::install(LinuxPlatform::make());
+        ensurePlatformInstalled();
         // The start task keeps the provider for the life of the process.
         static std::shared_ptr<KTSystemStateProviding> retainedProvider = systemStateProvider;
         auto& platform = Platform::current();

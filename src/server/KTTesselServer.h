@@ -26,6 +26,10 @@ private:
 // once. Installs the Linux platform when the host installed none.
 TESSEL_EXPORT void KTTesselServerStart(std::shared_ptr<KTSystemStateProviding> systemStateProvider);
 
+// The one place where the library chooses a platform: the Linux one, unless the
+// host installed its own before its first call.
+void ensurePlatformInstalled();
+
 // Reloads the loggers' preferences when "com.tamber.tessel.prefsChanged" arrives.
 void KTPreferencesChanged(const std::string& name);
 

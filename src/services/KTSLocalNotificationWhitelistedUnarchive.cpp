@@ -1,7 +1,7 @@
 #include "services/KTSLocalNotificationWhitelistedUnarchive.h"
 
-#include "platform/KeyedArchive.h"
-#include "platform/Region.h"
+#include "platform/archive/KeyedArchive.h"
+#include "platform/location/Region.h"
 
 namespace tessel {
 

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "platform/LocalNotification.h"
-#include "platform/Value.h"
+#include "platform/foundation/Value.h"
+#include "platform/records/LocalNotification.h"
 
 #include <memory>
 

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "platform/Archivable.h"
-#include "platform/Date.h"
-#include "platform/LocalNotification.h"
+#include "platform/foundation/Archivable.h"
+#include "platform/foundation/Date.h"
+#include "platform/records/LocalNotification.h"
 
 #include <memory>
 #include <vector>

@@ -1,9 +1,9 @@
 #include "services/KTSNotificationScheduleFetchRequest.h"
 
-#include "platform/Format.h"
-#include "platform/KeyedArchive.h"
-#include "platform/KeyedArchiver.h"
-#include "platform/KeyedUnarchiver.h"
+#include "platform/archive/KeyedArchive.h"
+#include "platform/archive/KeyedArchiver.h"
+#include "platform/archive/KeyedUnarchiver.h"
+#include "platform/foundation/Format.h"
 
 #include <mutex>
 

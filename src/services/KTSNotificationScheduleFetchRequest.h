@@ -1,7 +1,7 @@
 #pragma once
 
-#include "platform/Archivable.h"
-#include "platform/Date.h"
+#include "platform/foundation/Archivable.h"
+#include "platform/foundation/Date.h"
 
 #include <cstdint>
 #include <memory>

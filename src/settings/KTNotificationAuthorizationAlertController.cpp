@@ -1,14 +1,14 @@
 #include "settings/KTNotificationAuthorizationAlertController.h"
 
-#include "platform/ApplicationProxy.h"
-#include "platform/Bundle.h"
-#include "platform/Format.h"
+#include "core/KTApplicationProxyAdditions.h"
+#include "core/KTFormatNetworkString.h"
 #include "platform/Platform.h"
-#include "platform/SystemAlert.h"
-#include "platform/SystemLog.h"
-#include "platform/WorkQueue.h"
-#include "remote/KTFormatNetworkString.h"
-#include "server/KTApplicationProxyAdditions.h"
+#include "platform/alerts/SystemAlert.h"
+#include "platform/applications/ApplicationProxy.h"
+#include "platform/applications/Bundle.h"
+#include "platform/concurrency/WorkQueue.h"
+#include "platform/foundation/Format.h"
+#include "platform/logging/SystemLog.h"
 
 #include <mutex>
 #include <tessel/Tessel.h>

@@ -1,10 +1,10 @@
 #include "settings/KTNotificationSettingsService.h"
 
 #include "bulletins/KTDefaultDataProviderFactory.h"
-#include "platform/NotificationSettings.h"
-#include "platform/WorkQueue.h"
+#include "core/KTSectionInfoAdditions.h"
+#include "platform/concurrency/WorkQueue.h"
+#include "platform/records/NotificationSettings.h"
 #include "settings/KTNotificationAuthorizationAlertController.h"
-#include "settings/KTSectionInfoAdditions.h"
 
 #include <condition_variable>
 #include <mutex>

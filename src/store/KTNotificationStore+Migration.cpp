@@ -1,10 +1,10 @@
 // Conversion of the old property-list stores into archived ones.
 #include "store/KTNotificationStore.h"
 
-#include "platform/FileManager.h"
-#include "platform/KeyedArchive.h"
-#include "platform/Path.h"
-#include "platform/PropertyList.h"
+#include "platform/archive/KeyedArchive.h"
+#include "platform/archive/PropertyList.h"
+#include "platform/files/FileManager.h"
+#include "platform/files/Path.h"
 
 #include <set>
 

@@ -1,14 +1,14 @@
 // Building stored notification records from the arguments of a save.
 #include "store/KTNotificationStore.h"
 
-#include "platform/Clock.h"
-#include "platform/KeyedArchive.h"
-#include "platform/LocalNotification.h"
+#include "core/KTApplicationProxyAdditions.h"
+#include "core/KTInternalInconsistencyException.h"
+#include "core/KTNotificationLocalizedString.h"
 #include "platform/Platform.h"
-#include "platform/WorkQueue.h"
-#include "server/KTApplicationProxyAdditions.h"
-#include "server/KTInternalInconsistencyException.h"
-#include "settings/KTNotificationLocalizedString.h"
+#include "platform/archive/KeyedArchive.h"
+#include "platform/concurrency/Clock.h"
+#include "platform/concurrency/WorkQueue.h"
+#include "platform/records/LocalNotification.h"
 
 #include <tessel/Tessel.h>
 

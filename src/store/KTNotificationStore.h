@@ -1,8 +1,8 @@
 #pragma once
 
-#include "platform/FileManager.h"
-#include "platform/Format.h"
-#include "platform/Value.h"
+#include "platform/files/FileManager.h"
+#include "platform/foundation/Format.h"
+#include "platform/foundation/Value.h"
 
 #include <functional>
 #include <map>

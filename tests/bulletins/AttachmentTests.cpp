@@ -1,6 +1,6 @@
-#include "BulletinTestSupport.h"
+#include "bulletins/BulletinTestSupport.h"
 
-#include "platform/Image.h"
+#include "platform/graphics/Image.h"
 #include "platform/sim/CapturedSystemLog.h"
 
 #include <cairo.h>

@@ -1,10 +1,10 @@
 #pragma once
 
 #include "bulletins/KTDefaultDataProvider.h"
-#include "platform/FileManager.h"
-#include "platform/KeyedArchive.h"
-#include "platform/Path.h"
-#include "platform/WorkQueue.h"
+#include "platform/archive/KeyedArchive.h"
+#include "platform/concurrency/WorkQueue.h"
+#include "platform/files/FileManager.h"
+#include "platform/files/Path.h"
 #include "platform/sim/SimulatedBulletinService.h"
 #include "platform/sim/SimulatedDevice.h"
 #include "store/KTNotificationStore.h"

@@ -1,10 +1,10 @@
-#include "../settings/SettingsFixture.h"
+#include "settings/SettingsFixture.h"
 
-#include "platform/ApplicationDataStore.h"
-#include "platform/DataProviderConnection.h"
-#include "platform/Path.h"
-#include "platform/RemoteDataProvider.h"
-#include "platform/SettingsGateway.h"
+#include "platform/applications/ApplicationDataStore.h"
+#include "platform/bulletins/DataProviderConnection.h"
+#include "platform/bulletins/RemoteDataProvider.h"
+#include "platform/bulletins/SettingsGateway.h"
+#include "platform/files/Path.h"
 #include "platform/linux/LinuxBulletinService.h"
 #include "store/KTNotificationStore.h"
 

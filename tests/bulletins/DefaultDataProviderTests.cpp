@@ -1,8 +1,8 @@
-#include "BulletinTestSupport.h"
+#include "bulletins/BulletinTestSupport.h"
 
-#include "platform/ApplicationDataStore.h"
-#include "platform/NotificationCenter.h"
-#include "platform/NotificationSettings.h"
+#include "platform/applications/ApplicationDataStore.h"
+#include "platform/events/NotificationCenter.h"
+#include "platform/records/NotificationSettings.h"
 #include "platform/sim/CapturedSystemLog.h"
 #include "platform/sim/SimulatedSystemService.h"
 

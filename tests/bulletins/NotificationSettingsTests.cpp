@@ -1,6 +1,6 @@
-#include "platform/KeyedArchive.h"
-#include "platform/KeyedArchiver.h"
-#include "platform/NotificationSettings.h"
+#include "platform/archive/KeyedArchive.h"
+#include "platform/archive/KeyedArchiver.h"
+#include "platform/records/NotificationSettings.h"
 
 #include <gtest/gtest.h>
 

@@ -1,7 +1,7 @@
 // Writes an increasing counter into the data store of $TESSEL_LIBRARY_DIR until
 // it is killed, printing each value once its write has returned true.
-#include "platform/ApplicationDataStore.h"
 #include "platform/Platform.h"
+#include "platform/applications/ApplicationDataStore.h"
 #include "platform/linux/LinuxPlatform.h"
 
 #include <cinttypes>

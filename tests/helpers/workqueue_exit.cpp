@@ -1,6 +1,6 @@
 // Returns from main while queue threads are busy or blocked and a timer is
 // pending; the process must still exit normally.
-#include "platform/WorkQueue.h"
+#include "platform/concurrency/WorkQueue.h"
 #include "platform/linux/SystemClock.h"
 
 #include <future>

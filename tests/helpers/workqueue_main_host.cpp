@@ -1,7 +1,7 @@
 // Gives the main queue the process's main thread, as a host with its own
 // event loop would, after blocks were already posted to it. Exits 0 once a
 // block runs on the main thread with every block before it run in order.
-#include "platform/WorkQueue.h"
+#include "platform/concurrency/WorkQueue.h"
 
 #include <atomic>
 #include <cstdlib>

@@ -1,14 +1,14 @@
 #pragma once
 
+#include "core/KTLocalNotificationLogger.h"
 #include "local/KTLocalNotificationClient.h"
-#include "platform/ApplicationDataStore.h"
-#include "platform/FileLogManager.h"
-#include "platform/LocalNotification.h"
-#include "platform/NotificationCenter.h"
-#include "platform/WorkQueue.h"
+#include "platform/applications/ApplicationDataStore.h"
+#include "platform/concurrency/WorkQueue.h"
+#include "platform/events/NotificationCenter.h"
+#include "platform/logging/FileLogManager.h"
+#include "platform/records/LocalNotification.h"
 #include "platform/sim/SimulatedApplicationWorkspace.h"
 #include "platform/sim/SimulatedDevice.h"
-#include "server/KTLocalNotificationLogger.h"
 #include "store/KTNotificationStore.h"
 
 #include <gtest/gtest.h>

@@ -1,9 +1,9 @@
-#include "LocalClientFixture.h"
+#include "local/LocalClientFixture.h"
 
-#include "platform/HandleLocalNotificationAction.h"
-#include "platform/InProcessSystemNotificationCenter.h"
-#include "platform/PersistentTimer.h"
-#include "platform/Preferences.h"
+#include "platform/concurrency/PersistentTimer.h"
+#include "platform/events/InProcessSystemNotificationCenter.h"
+#include "platform/files/Preferences.h"
+#include "platform/processes/HandleLocalNotificationAction.h"
 #include "platform/sim/SimulatedProcessManager.h"
 
 #include <cmath>

@@ -1,7 +1,7 @@
-#include "LocalClientFixture.h"
+#include "local/LocalClientFixture.h"
 
-#include "platform/LocationServices.h"
-#include "platform/Region.h"
+#include "platform/location/LocationServices.h"
+#include "platform/location/Region.h"
 #include "platform/sim/SimulatedProcessManager.h"
 
 using namespace tessel;

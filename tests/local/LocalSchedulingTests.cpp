@@ -1,8 +1,8 @@
-#include "LocalClientFixture.h"
+#include "local/LocalClientFixture.h"
 
-#include "platform/Archivable.h"
-#include "platform/KeyedArchiver.h"
-#include "platform/PersistentTimer.h"
+#include "platform/archive/KeyedArchiver.h"
+#include "platform/concurrency/PersistentTimer.h"
+#include "platform/foundation/Archivable.h"
 #include "platform/sim/SimulatedProcessManager.h"
 #include "services/KTSNotificationSchedule.h"
 #include "services/KTSNotificationScheduleFetchRequest.h"

@@ -1,6 +1,6 @@
-#include "RemoteServerFixture.h"
+#include "remote/RemoteServerFixture.h"
 
-#include "platform/PushEnvironment.h"
+#include "platform/push/PushEnvironment.h"
 #include "platform/sim/SimulatedApplicationWorkspace.h"
 #include "platform/sim/SimulatedProcessManager.h"
 

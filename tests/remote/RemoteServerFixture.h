@@ -1,18 +1,18 @@
 #pragma once
 
-#include "platform/ApplicationStateMonitor.h"
-#include "platform/FileLogManager.h"
-#include "platform/NotificationCenter.h"
-#include "platform/Preferences.h"
-#include "platform/PushEnvironment.h"
-#include "platform/WorkQueue.h"
+#include "core/KTRemoteNotificationLogger.h"
+#include "core/KTSystemStateProviding.h"
+#include "platform/concurrency/WorkQueue.h"
+#include "platform/events/NotificationCenter.h"
+#include "platform/files/Preferences.h"
+#include "platform/logging/FileLogManager.h"
+#include "platform/processes/ApplicationStateMonitor.h"
+#include "platform/push/PushEnvironment.h"
 #include "platform/sim/SimulatedApplicationWorkspace.h"
 #include "platform/sim/SimulatedDevice.h"
 #include "platform/sim/SimulatedPushService.h"
 #include "remote/KTRemoteNotificationClient.h"
 #include "remote/KTRemoteNotificationServer.h"
-#include "server/KTRemoteNotificationLogger.h"
-#include "server/KTSystemStateProviding.h"
 
 #include <gtest/gtest.h>
 #include <mutex>

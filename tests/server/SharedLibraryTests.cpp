@@ -9,10 +9,10 @@
 
 namespace {
 
-std::set<std::string> exportedSymbols()
+std::set<std::string> symbols(const char* options = "-D --defined-only")
 {
     std::set<std::string> symbols;
-    std::string command = std::string("nm -D --defined-only ") + TESSEL_SHARED_LIBRARY + " 2>/dev/null";
+    std::string command = std::string("nm ") + options + " " + TESSEL_SHARED_LIBRARY + " 2>/dev/null";
     FILE* pipe = popen(command.c_str(), "r");
     if (!pipe)
         return symbols;
@@ -29,7 +29,7 @@ std::set<std::string> exportedSymbols()
 
 TEST(SharedLibrary, ExportsOnlyTheInterface)
 {
-    auto symbols = exportedSymbols();
+    auto symbols = ::symbols();
     ASSERT_FALSE(symbols.empty()) << "nm found nothing in " << TESSEL_SHARED_LIBRARY;
     EXPECT_TRUE(symbols.contains("TesselVersionNumber"));
     EXPECT_TRUE(symbols.contains("TesselVersionString"));
@@ -39,6 +39,15 @@ TEST(SharedLibrary, ExportsOnlyTheInterface)
     std::regex allowed("^(Tessel|KT|kKT|_VYS)[A-Za-z0-9_]*$|^_ZN?K?6tessel.*|^_ZT[IVS]N6tessel.*");
     for (const auto& symbol : symbols)
         EXPECT_TRUE(std::regex_match(symbol, allowed)) << "unexpected export " << symbol;
+}
+
+TEST(SharedLibrary, HoldsNothingOfTheSimulatedDevice)
+{
+    auto all = symbols("--defined-only");
+    ASSERT_FALSE(all.empty());
+    for (const auto& symbol : all)
+        for (const char* name : { "SimulatedDevice", "ManualClock", "CapturedSystemLog" })
+            EXPECT_EQ(symbol.find(name), std::string::npos) << symbol;
 }
 
 TEST(SharedLibrary, VersionSymbolsLoadThroughTheDynamicLinker)

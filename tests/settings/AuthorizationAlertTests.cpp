@@ -1,12 +1,12 @@
-#include "platform/Bundle.h"
-#include "platform/SystemAlert.h"
-#include "platform/WorkQueue.h"
+#include "core/KTNotificationLocalizedString.h"
+#include "platform/alerts/SystemAlert.h"
+#include "platform/applications/Bundle.h"
+#include "platform/concurrency/WorkQueue.h"
 #include "platform/sim/CapturedSystemLog.h"
 #include "platform/sim/SimulatedApplicationWorkspace.h"
 #include "platform/sim/SimulatedDevice.h"
 #include "platform/sim/SimulatedSystemAlerts.h"
 #include "settings/KTNotificationAuthorizationAlertController.h"
-#include "settings/KTNotificationLocalizedString.h"
 
 #include <cstdlib>
 #include <gtest/gtest.h>

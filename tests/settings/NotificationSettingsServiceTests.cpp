@@ -1,8 +1,8 @@
-#include "SettingsFixture.h"
+#include "settings/SettingsFixture.h"
 
-#include "platform/NotificationCenter.h"
+#include "core/KTSectionInfoAdditions.h"
 #include "platform/Platform.h"
-#include "settings/KTSectionInfoAdditions.h"
+#include "platform/events/NotificationCenter.h"
 
 #include <tessel/Tessel.h>
 

@@ -1,9 +1,9 @@
 #pragma once
 
 #include "bulletins/KTDefaultDataProviderFactory.h"
-#include "platform/NotificationSettings.h"
-#include "platform/SystemAlert.h"
-#include "platform/WorkQueue.h"
+#include "platform/alerts/SystemAlert.h"
+#include "platform/concurrency/WorkQueue.h"
+#include "platform/records/NotificationSettings.h"
 #include "platform/sim/CapturedSystemLog.h"
 #include "platform/sim/SimulatedApplicationWorkspace.h"
 #include "platform/sim/SimulatedBulletinService.h"

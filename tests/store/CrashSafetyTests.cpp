@@ -1,6 +1,6 @@
-#include "platform/FileManager.h"
-#include "platform/KeyedArchive.h"
-#include "platform/Path.h"
+#include "platform/archive/KeyedArchive.h"
+#include "platform/files/FileManager.h"
+#include "platform/files/Path.h"
 #include "platform/sim/SimulatedDevice.h"
 #include "store/KTNotificationStore.h"
 

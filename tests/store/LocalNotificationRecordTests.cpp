@@ -1,4 +1,4 @@
-#include "platform/LocalNotification.h"
+#include "platform/records/LocalNotification.h"
 #include "platform/sim/SimulatedApplicationWorkspace.h"
 #include "platform/sim/SimulatedDevice.h"
 #include "services/KTSLocalNotificationWhitelistedUnarchive.h"

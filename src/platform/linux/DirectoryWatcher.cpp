@@ -1,7 +1,7 @@
 #include "platform/linux/DirectoryWatcher.h"
 
-#include "platform/FileManager.h"
-#include "platform/Path.h"
+#include "platform/files/FileManager.h"
+#include "platform/files/Path.h"
 
 #include <cerrno>
 #include <cstring>

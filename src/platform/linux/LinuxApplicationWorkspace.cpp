@@ -1,9 +1,9 @@
 #include "platform/linux/LinuxApplicationWorkspace.h"
 
-#include "platform/Path.h"
 #include "platform/Platform.h"
-#include "platform/SystemLog.h"
+#include "platform/files/Path.h"
 #include "platform/linux/DirectoryWatcher.h"
+#include "platform/logging/SystemLog.h"
 
 #include <cstdlib>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/DirectoryApplicationWorkspace.h"
+#include "platform/applications/DirectoryApplicationWorkspace.h"
 
 #include <memory>
 #include <string>

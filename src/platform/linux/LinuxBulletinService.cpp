@@ -1,11 +1,11 @@
 #include "platform/linux/LinuxBulletinService.h"
 
-#include "platform/DataProviderProxy.h"
-#include "platform/Format.h"
-#include "platform/RemoteDataProvider.h"
-#include "platform/SectionInfoDatabase.h"
-#include "platform/SystemLog.h"
-#include "platform/WorkQueue.h"
+#include "platform/bulletins/DataProviderProxy.h"
+#include "platform/bulletins/RemoteDataProvider.h"
+#include "platform/bulletins/SectionInfoDatabase.h"
+#include "platform/concurrency/WorkQueue.h"
+#include "platform/foundation/Format.h"
+#include "platform/logging/SystemLog.h"
 
 #include <atomic>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/HostingBulletinService.h"
+#include "platform/bulletins/HostingBulletinService.h"
 
 #include <map>
 #include <memory>

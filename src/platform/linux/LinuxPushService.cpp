@@ -1,11 +1,11 @@
 #include "platform/linux/LinuxPushService.h"
 
-#include "platform/FileManager.h"
-#include "platform/Format.h"
-#include "platform/Path.h"
 #include "platform/Platform.h"
-#include "platform/Preferences.h"
-#include "platform/PropertyList.h"
+#include "platform/archive/PropertyList.h"
+#include "platform/files/FileManager.h"
+#include "platform/files/Path.h"
+#include "platform/files/Preferences.h"
+#include "platform/foundation/Format.h"
 
 #include <algorithm>
 #include <map>

@@ -1,6 +1,6 @@
 #include "platform/linux/SystemClock.h"
 
-#include "platform/WorkQueue.h"
+#include "platform/concurrency/WorkQueue.h"
 
 #include <cerrno>
 #include <cmath>

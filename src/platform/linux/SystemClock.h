@@ -1,7 +1,7 @@
 #pragma once
 
-#include "platform/Clock.h"
-#include "platform/TimerSchedule.h"
+#include "platform/concurrency/Clock.h"
+#include "platform/concurrency/TimerSchedule.h"
 
 #include <mutex>
 #include <thread>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/SystemLog.h"
+#include "platform/logging/SystemLog.h"
 
 #include <cstddef>
 #include <mutex>

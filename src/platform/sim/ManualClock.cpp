@@ -1,6 +1,6 @@
 #include "platform/sim/ManualClock.h"
 
-#include "platform/WorkQueue.h"
+#include "platform/concurrency/WorkQueue.h"
 
 #include <cstdio>
 #include <cstdlib>

@@ -1,11 +1,11 @@
 #include "platform/sim/SimulatedApplicationWorkspace.h"
 
-#include "platform/ApplicationProxy.h"
-#include "platform/Bundle.h"
-#include "platform/FileManager.h"
-#include "platform/Path.h"
-#include "platform/PropertyList.h"
-#include "platform/StringTable.h"
+#include "platform/applications/ApplicationProxy.h"
+#include "platform/applications/Bundle.h"
+#include "platform/applications/StringTable.h"
+#include "platform/archive/PropertyList.h"
+#include "platform/files/FileManager.h"
+#include "platform/files/Path.h"
 
 namespace tessel {
 

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "platform/DirectoryApplicationWorkspace.h"
-#include "platform/Value.h"
+#include "platform/applications/DirectoryApplicationWorkspace.h"
+#include "platform/foundation/Value.h"
 
 #include <map>
 #include <string>

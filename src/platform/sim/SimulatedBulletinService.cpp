@@ -1,8 +1,8 @@
 #include "platform/sim/SimulatedBulletinService.h"
 
-#include "platform/DataProviderProxy.h"
-#include "platform/RemoteDataProvider.h"
-#include "platform/WorkQueue.h"
+#include "platform/bulletins/DataProviderProxy.h"
+#include "platform/bulletins/RemoteDataProvider.h"
+#include "platform/concurrency/WorkQueue.h"
 
 #include <algorithm>
 #include <map>

@@ -1,13 +1,13 @@
 #pragma once
 
-#include "platform/BulletinDestinations.h"
-#include "platform/BulletinRequest.h"
-#include "platform/BulletinRequestParameters.h"
-#include "platform/DataProviderClearedInfo.h"
-#include "platform/HostingBulletinService.h"
-#include "platform/SectionInfo.h"
-#include "platform/ThumbnailSizeConstraints.h"
-#include "platform/Value.h"
+#include "platform/bulletins/BulletinDestinations.h"
+#include "platform/bulletins/BulletinRequest.h"
+#include "platform/bulletins/BulletinRequestParameters.h"
+#include "platform/bulletins/DataProviderClearedInfo.h"
+#include "platform/bulletins/HostingBulletinService.h"
+#include "platform/bulletins/SectionInfo.h"
+#include "platform/bulletins/ThumbnailSizeConstraints.h"
+#include "platform/foundation/Value.h"
 
 #include <cstdint>
 #include <memory>

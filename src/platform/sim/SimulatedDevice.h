@@ -1,7 +1,7 @@
 #pragma once
 
-#include "platform/Date.h"
 #include "platform/Platform.h"
+#include "platform/foundation/Date.h"
 #include "platform/sim/ManualClock.h"
 
 #include <cstdint>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/ProcessManager.h"
+#include "platform/processes/ProcessManager.h"
 
 #include <mutex>
 #include <string>

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "platform/DownloadManager.h"
-#include "platform/ProfileConnection.h"
-#include "platform/PushConnection.h"
+#include "platform/push/DownloadManager.h"
+#include "platform/push/ProfileConnection.h"
+#include "platform/push/PushConnection.h"
 
 #include <atomic>
 #include <map>

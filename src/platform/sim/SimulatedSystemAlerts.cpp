@@ -1,6 +1,6 @@
 #include "platform/sim/SimulatedSystemAlerts.h"
 
-#include "platform/WorkQueue.h"
+#include "platform/concurrency/WorkQueue.h"
 
 namespace tessel {
 

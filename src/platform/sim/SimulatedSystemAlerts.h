@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/SystemAlert.h"
+#include "platform/alerts/SystemAlert.h"
 
 #include <deque>
 #include <mutex>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/SystemService.h"
+#include "platform/processes/SystemService.h"
 
 #include <map>
 #include <mutex>

@@ -1,7 +1,0 @@
-#include "platform/Clock.h"
-
-namespace tessel {
-
-Clock::~Clock() = default;
-
-} // namespace tessel

@@ -1,8 +1,0 @@
-#include "platform/LocationManager.h"
-
-namespace tessel {
-
-LocationManagerDelegate::~LocationManagerDelegate() = default;
-LocationManager::~LocationManager() = default;
-
-} // namespace tessel

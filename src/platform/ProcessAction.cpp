@@ -1,7 +1,0 @@
-#include "platform/ProcessAction.h"
-
-namespace tessel {
-
-ProcessAction::~ProcessAction() = default;
-
-} // namespace tessel

@@ -1,7 +1,0 @@
-#include "platform/SystemLog.h"
-
-namespace tessel {
-
-SystemLog::~SystemLog() = default;
-
-} // namespace tessel

@@ -1,7 +1,0 @@
-#include "platform/SystemNotificationCenter.h"
-
-namespace tessel {
-
-SystemNotificationCenter::~SystemNotificationCenter() = default;
-
-} // namespace tessel

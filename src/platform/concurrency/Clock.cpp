@@ -1,0 +1,7 @@
+#include "platform/concurrency/Clock.h"
+
+namespace tessel {
+
+Clock::~Clock() = default;
+
+} // namespace tessel

@@ -1,0 +1,7 @@
+#include "platform/events/SystemNotificationCenter.h"
+
+namespace tessel {
+
+SystemNotificationCenter::~SystemNotificationCenter() = default;
+
+} // namespace tessel

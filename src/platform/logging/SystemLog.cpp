@@ -1,0 +1,7 @@
+#include "platform/logging/SystemLog.h"
+
+namespace tessel {
+
+SystemLog::~SystemLog() = default;
+
+} // namespace tessel

@@ -1,0 +1,7 @@
+#include "platform/processes/ProcessAction.h"
+
+namespace tessel {
+
+ProcessAction::~ProcessAction() = default;
+
+} // namespace tessel

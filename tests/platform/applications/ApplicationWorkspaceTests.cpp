@@ -1,0 +1,339 @@
+#include "platform/applications/ApplicationProxy.h"
+#include "platform/applications/Bundle.h"
+#include "platform/archive/PropertyList.h"
+#include "platform/files/FileManager.h"
+#include "platform/files/Path.h"
+#include "platform/linux/LinuxApplicationWorkspace.h"
+#include "platform/sim/CapturedSystemLog.h"
+#include "platform/sim/SimulatedApplicationWorkspace.h"
+#include "platform/sim/SimulatedDevice.h"
+
+#include "support/TemporaryDirectory.h"
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstdlib>
+#include <gtest/gtest.h>
+#include <mutex>
+#include <thread>
+
+using namespace tessel;
+
+namespace {
+
+using Records = std::vector<std::shared_ptr<ApplicationProxy>>;
+
+class RecordingObserver : public ApplicationWorkspaceObserver {
+public:
+    void applicationsDidInstall(const Records& applications) override
+    {
+        std::lock_guard lock(_lock);
+        installs.push_back(applications);
+        _changed.notify_all();
+    }
+    void applicationsDidUninstall(const Records& applications) override
+    {
+        std::lock_guard lock(_lock);
+        uninstalls.push_back(applications);
+        _changed.notify_all();
+    }
+    // For notices from another thread.
+    bool waitFor(size_t installCount, size_t uninstallCount)
+    {
+        std::unique_lock lock(_lock);
+        return _changed.wait_for(lock, std::chrono::seconds(30),
+            [&] { return installs.size() >= installCount && uninstalls.size() >= uninstallCount; });
+    }
+
+    std::vector<Records> installs;
+    std::vector<Records> uninstalls;
+
+private:
+    std::mutex _lock;
+    std::condition_variable _changed;
+};
+
+std::vector<std::string> identifiers(const Records& records)
+{
+    std::vector<std::string> result;
+    for (const auto& record : records)
+        result.push_back(record->bundleIdentifier());
+    return result;
+}
+
+void writeBundle(const std::string& path, const Value& manifest)
+{
+    auto bytes = PropertyList::data(manifest, PropertyList::Format::Binary);
+    ASSERT_TRUE(bytes);
+    ASSERT_TRUE(FileManager::createDirectoryAtPath(path, true));
+    ASSERT_TRUE(FileManager::writeAtomically(
+        Path::appendingComponent(path, "Manifest.plist"), *bytes, nullptr, false));
+}
+
+class ApplicationWorkspaceTest : public ::testing::Test {
+protected:
+    SimulatedApplicationWorkspace& workspace() { return device.applicationWorkspace(); }
+    std::shared_ptr<RecordingObserver> observe()
+    {
+        auto observer = std::make_shared<RecordingObserver>();
+        workspace().addObserver(observer);
+        return observer;
+    }
+    std::string bundleAt(const std::string& name) const
+    {
+        return Path::appendingComponent(device.libraryDirectory(), "Applications/" + name);
+    }
+
+    SimulatedDevice device;
+};
+
+TEST_F(ApplicationWorkspaceTest, InstallBuildsTheRecordAndTellsObservers)
+{
+    auto observer = observe();
+    device.platform().preferredLocalizations = { "de" };
+    ASSERT_TRUE(workspace().install({
+        .identifier = "com.example.chat",
+        .type = "System",
+        .displayName = "Chat",
+        .info = { { "KTRequiresLocalNotifications", true } },
+        .entitlements = { { "push-environment", "production" } },
+        .resources = { { "ding.caf", Bytes { 1, 2, 3 } } },
+        .strings = { { "de", { { "Manifest", { { "DisplayName", "Plaudern" } } } } } },
+        .containerFiles = { { "Library/state", Bytes { 9 } } },
+    }));
+
+    ASSERT_EQ(observer->installs.size(), 1u);
+    EXPECT_TRUE(observer->uninstalls.empty());
+    ASSERT_EQ(identifiers(observer->installs[0]), std::vector<std::string> { "com.example.chat" });
+    auto record = observer->installs[0][0];
+    EXPECT_TRUE(record->isInstalled());
+    // The name comes from the preferred localization's table, not the manifest.
+    EXPECT_EQ(record->localizedName(), "Plaudern");
+    EXPECT_EQ(record->entitlementValueForKey("push-environment"), Value("production"));
+    EXPECT_TRUE(FileManager::fileExistsAtPath(
+        Path::appendingComponent(record->dataContainerPath(), "Library/state")));
+
+    EXPECT_EQ(ApplicationProxy::applicationProxyForIdentifier("com.example.chat"), record);
+    EXPECT_EQ(workspace().allInstalledApplications(), Records { record });
+    auto bundle = workspace().bundleForIdentifier("com.example.chat");
+    ASSERT_TRUE(bundle);
+    EXPECT_TRUE(bundle->infoDictionary()["KTRequiresLocalNotifications"].boolValue());
+    EXPECT_EQ(
+        bundle->pathForResource("ding", "caf"), Path::appendingComponent(record->bundlePath(), "ding.caf"));
+
+    // Nothing changed, nothing told.
+    workspace().rescan();
+    EXPECT_EQ(observer->installs.size(), 1u);
+    EXPECT_EQ(observer->uninstalls.size(), 0u);
+}
+
+TEST_F(ApplicationWorkspaceTest, TypeAndNameDefaults)
+{
+    const struct {
+        const char* type;
+        const char* displayName;
+        const char* expectedType;
+        const char* expectedName;
+    } cases[] = {
+        { "User", "Notes", "User", "Notes" },
+        { "System", "", "System", "com.example.app" },
+        { "system", "X", "User", "X" },
+        { "", "X", "User", "X" },
+    };
+    for (const auto& c : cases) {
+        ASSERT_TRUE(workspace().install(
+            { .identifier = "com.example.app", .type = c.type, .displayName = c.displayName }));
+        auto record = workspace().applicationProxyForIdentifier("com.example.app");
+        ASSERT_TRUE(record) << c.type;
+        EXPECT_EQ(record->applicationType(), c.expectedType) << c.type;
+        EXPECT_EQ(record->localizedName(), c.expectedName) << c.type;
+        EXPECT_TRUE(record->entitlements().isDictionary());
+    }
+}
+
+TEST_F(ApplicationWorkspaceTest, UninstallAndChangeNotices)
+{
+    ASSERT_TRUE(workspace().install({ .identifier = "com.example.a", .displayName = "A" }));
+    ASSERT_TRUE(workspace().install({ .identifier = "com.example.b", .displayName = "B" }));
+    auto observer = observe();
+
+    // A changed manifest is an install notice with the new record, no uninstall.
+    ASSERT_TRUE(
+        workspace().install({ .identifier = "com.example.a", .displayName = "A2", .info = { { "k", 1 } } }));
+    ASSERT_EQ(observer->installs.size(), 1u);
+    EXPECT_EQ(observer->installs[0][0]->localizedName(), "A2");
+    EXPECT_TRUE(observer->uninstalls.empty());
+    EXPECT_EQ(workspace().bundleForIdentifier("com.example.a")->infoDictionary()["k"], Value(1));
+
+    auto container = workspace().applicationProxyForIdentifier("com.example.b")->dataContainerPath();
+    ASSERT_TRUE(workspace().uninstall("com.example.b"));
+    ASSERT_EQ(observer->uninstalls.size(), 1u);
+    ASSERT_EQ(identifiers(observer->uninstalls[0]), std::vector<std::string> { "com.example.b" });
+    EXPECT_FALSE(observer->uninstalls[0][0]->isInstalled());
+    EXPECT_FALSE(workspace().applicationProxyForIdentifier("com.example.b"));
+    EXPECT_FALSE(workspace().bundleForIdentifier("com.example.b"));
+    EXPECT_FALSE(FileManager::fileExistsAtPath(container));
+    EXPECT_EQ(
+        identifiers(workspace().allInstalledApplications()), std::vector<std::string> { "com.example.a" });
+
+    // Several changes in one scan come as one notice each way.
+    FileManager::removeItemAtPath(bundleAt("com.example.a.tapp"));
+    writeBundle(bundleAt("c.tapp"), Value(Value::Dictionary { { "Identifier", "com.example.c" } }));
+    writeBundle(bundleAt("d.tapp"), Value(Value::Dictionary { { "Identifier", "com.example.d" } }));
+    workspace().rescan();
+    ASSERT_EQ(observer->installs.size(), 2u);
+    EXPECT_EQ(
+        identifiers(observer->installs[1]), (std::vector<std::string> { "com.example.c", "com.example.d" }));
+    ASSERT_EQ(observer->uninstalls.size(), 2u);
+    EXPECT_EQ(identifiers(observer->uninstalls[1]), std::vector<std::string> { "com.example.a" });
+}
+
+TEST_F(ApplicationWorkspaceTest, RemovedAndExpiredObserversAreNotCalled)
+{
+    auto kept = observe();
+    auto removed = observe();
+    auto expired = observe();
+    workspace().removeObserver(removed);
+    std::weak_ptr<RecordingObserver> expiredWeak = expired;
+    expired.reset();
+    ASSERT_TRUE(expiredWeak.expired()) << "the workspace must hold observers weakly";
+
+    ASSERT_TRUE(workspace().install({ .identifier = "com.example.a" }));
+    EXPECT_EQ(kept->installs.size(), 1u);
+    EXPECT_TRUE(removed->installs.empty());
+}
+
+TEST_F(ApplicationWorkspaceTest, UnusableBundlesAreSkippedAndLoggedOnce)
+{
+    auto containers = Path::appendingComponent(device.libraryDirectory(), "Containers");
+    const struct {
+        const char* name;
+        std::optional<Value> manifest;
+        const char* logged;
+    } cases[] = {
+        { "parent.tapp", Value(Value::Dictionary { { "Identifier", "../evil" } }), "unusable identifier" },
+        { "dots.tapp", Value(Value::Dictionary { { "Identifier", ".." } }), "unusable identifier" },
+        { "dot.tapp", Value(Value::Dictionary { { "Identifier", "." } }), "unusable identifier" },
+        { "slash.tapp", Value(Value::Dictionary { { "Identifier", "com/example" } }), "unusable identifier" },
+        { "long.tapp", Value(Value::Dictionary { { "Identifier", std::string(256, 'a') } }),
+            "unusable identifier" },
+        { "empty.tapp", Value(Value::Dictionary { { "Identifier", "" } }), "no identifier" },
+        { "number.tapp", Value(Value::Dictionary { { "Identifier", 5 } }), "no identifier" },
+        { "missing.tapp", std::nullopt, "no identifier" },
+    };
+    for (const auto& c : cases) {
+        auto path = bundleAt(c.name);
+        if (c.manifest)
+            writeBundle(path, *c.manifest);
+        else
+            ASSERT_TRUE(FileManager::createDirectoryAtPath(path, true));
+    }
+    // Neither bundles nor hidden entries: ignored without a word.
+    writeBundle(
+        bundleAt(".hidden.tapp"), Value(Value::Dictionary { { "Identifier", "com.example.hidden" } }));
+    writeBundle(bundleAt("other.app"), Value(Value::Dictionary { { "Identifier", "com.example.other" } }));
+    // The simulated installer reaches the same checks.
+    ASSERT_TRUE(workspace().install({ .identifier = "../../outside" }));
+
+    auto observer = observe();
+    workspace().rescan();
+    workspace().rescan();
+    EXPECT_TRUE(observer->installs.empty());
+    EXPECT_TRUE(workspace().allInstalledApplications().empty());
+    for (const auto& c : cases)
+        EXPECT_EQ(device.systemLog().count(
+                      std::string("Skipping application bundle ") + bundleAt(c.name) + ": " + c.logged),
+            1u)
+            << c.name;
+    EXPECT_EQ(device.systemLog().count("../../outside"), 1u);
+    EXPECT_FALSE(
+        FileManager::fileExistsAtPath(Path::appendingComponent(device.libraryDirectory(), "outside")));
+    EXPECT_FALSE(
+        FileManager::contentsOfDirectoryAtPath(containers).value_or(std::vector<std::string> {}).size());
+}
+
+TEST_F(ApplicationWorkspaceTest, DuplicateIdentifiers)
+{
+    auto manifest = Value(Value::Dictionary { { "Identifier", "com.example.twin" } });
+    writeBundle(bundleAt("b.tapp"), manifest);
+    workspace().rescan();
+    EXPECT_EQ(
+        workspace().applicationProxyForIdentifier("com.example.twin")->bundlePath(), bundleAt("b.tapp"));
+
+    // The bundle that had the identifier keeps it, even against an earlier name.
+    auto observer = observe();
+    writeBundle(bundleAt("a.tapp"), manifest);
+    workspace().rescan();
+    EXPECT_EQ(
+        workspace().applicationProxyForIdentifier("com.example.twin")->bundlePath(), bundleAt("b.tapp"));
+    EXPECT_TRUE(observer->installs.empty());
+    EXPECT_EQ(device.systemLog().count("Skipping application bundle " + bundleAt("a.tapp")), 1u);
+
+    // Once it is gone, the other one takes over: a change, not an uninstall.
+    FileManager::removeItemAtPath(bundleAt("b.tapp"));
+    workspace().rescan();
+    EXPECT_EQ(
+        workspace().applicationProxyForIdentifier("com.example.twin")->bundlePath(), bundleAt("a.tapp"));
+    EXPECT_EQ(observer->installs.size(), 1u);
+    EXPECT_TRUE(observer->uninstalls.empty());
+}
+
+// Meant for the ThreadSanitizer build: lookups race rescans and first table reads.
+TEST_F(ApplicationWorkspaceTest, ConcurrentLookupsWhileRescanning)
+{
+    ASSERT_TRUE(workspace().install({ .identifier = "com.example.busy",
+        .strings = { { "en", { { "Localizable", { { "k", "v" } } } } } } }));
+    std::vector<std::thread> readers;
+    std::atomic<int> wrong { 0 };
+    for (int t = 0; t < 4; ++t) {
+        readers.emplace_back([&] {
+            for (int i = 0; i < 200; ++i) {
+                auto bundle = workspace().bundleForIdentifier("com.example.busy");
+                if (!bundle || bundle->localizedStringForKey("k", "", "") != "v"
+                    || !workspace().applicationProxyForIdentifier("com.example.busy"))
+                    ++wrong;
+            }
+        });
+    }
+    auto observer = observe();
+    for (int i = 0; i < 20; ++i) {
+        writeBundle(
+            bundleAt("extra.tapp"), Value(Value::Dictionary { { "Identifier", "com.example.extra" } }));
+        workspace().rescan();
+        FileManager::removeItemAtPath(bundleAt("extra.tapp"));
+        workspace().rescan();
+    }
+    for (auto& reader : readers)
+        reader.join();
+    EXPECT_EQ(wrong, 0);
+    EXPECT_EQ(observer->installs.size(), 20u);
+    EXPECT_EQ(observer->uninstalls.size(), 20u);
+}
+
+TEST(LinuxApplicationWorkspace, WatcherNoticesBundlesCopiedInAndRemoved)
+{
+    SimulatedDevice device;
+    TemporaryDirectory applications;
+    ASSERT_EQ(setenv("TESSEL_APPS_DIR", applications.path().c_str(), 1), 0);
+    auto workspace = LinuxApplicationWorkspace::make(device.libraryDirectory());
+    unsetenv("TESSEL_APPS_DIR");
+    ASSERT_EQ(workspace->applicationsDirectory(), applications.path());
+    ASSERT_TRUE(workspace->isWatching());
+    auto observer = std::make_shared<RecordingObserver>();
+    workspace->addObserver(observer);
+
+    // Written in place piece by piece, as a plain copy would.
+    auto bundle = applications / "Copied.tapp";
+    writeBundle(bundle, Value(Value::Dictionary { { "Identifier", "com.example.copied" } }));
+    ASSERT_TRUE(observer->waitFor(1, 0));
+    EXPECT_EQ(identifiers(observer->installs.back()), std::vector<std::string> { "com.example.copied" });
+    EXPECT_TRUE(workspace->applicationProxyForIdentifier("com.example.copied"));
+
+    ASSERT_TRUE(FileManager::removeItemAtPath(bundle));
+    ASSERT_TRUE(observer->waitFor(1, 1));
+    EXPECT_EQ(identifiers(observer->uninstalls.back()), std::vector<std::string> { "com.example.copied" });
+    EXPECT_FALSE(workspace->applicationProxyForIdentifier("com.example.copied"));
+}
+
+} // namespace
