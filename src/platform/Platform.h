@@ -15,6 +15,7 @@ class BulletinService;
 class Clock;
 class DownloadManager;
 class FileLogManager;
+class IpcService;
 class LocationServices;
 class NotificationCenter;
 class Preferences;
@@ -66,6 +67,8 @@ public:
     std::shared_ptr<ApplicationStateService> applicationStates;
     std::shared_ptr<DownloadManager> downloadManager;
     std::shared_ptr<ProfileConnection> profileConnection;
+    // Publishes the named services applications connect to.
+    std::shared_ptr<IpcService> ipc;
 
     static void install(std::shared_ptr<Platform> platform);
     // The installed platform; a server without one is a programming error and aborts.

@@ -2,9 +2,11 @@
 
 namespace tessel {
 
-const char* const KTSRegistrarServiceName = "com.tamber.tessel.registrar";
-const char* const KTSSchedulerServiceName = "com.tamber.tessel.scheduler";
-const char* const KTSRegistrarEntitlementName = "com.tamber.tessel.registrar.client";
-const char* const KTSSchedulerEntitlementName = "com.tamber.tessel.scheduler.client";
+const char* const KTSNotificationRegistrarServiceName = "com.tamber.Tessel.Registrar";
+const char* const KTSNotificationSchedulerServiceName = "com.tamber.Tessel.Scheduler";
+const char* const KTSNotificationRegistrarProxyEntitlementName = "com.tamber.tessel.registrar.proxy";
+const char* const KTSNotificationRegistrarRemoteNotificationSettingsEntitlementName
+    = "com.tamber.tessel.registrar.remote-notification-settings";
+const char* const KTSNotificationSchedulerProxyEntitlementName = "com.tamber.tessel.scheduler.proxy";
 
 } // namespace tessel

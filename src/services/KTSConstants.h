@@ -2,12 +2,13 @@
 
 namespace tessel {
 
-// Service names clients look up to reach the server.
-extern const char* const KTSRegistrarServiceName; // registrations and settings
-extern const char* const KTSSchedulerServiceName; // local notification scheduling
-// Entitlements a client process must hold to use the services above on behalf
-// of applications other than its own.
-extern const char* const KTSRegistrarEntitlementName;
-extern const char* const KTSSchedulerEntitlementName;
+// Service names clients look up to reach the server (well-known bus names on D-Bus).
+extern const char* const KTSNotificationRegistrarServiceName; // settings, badges, tokens
+extern const char* const KTSNotificationSchedulerServiceName; // local notification scheduling
+// Entitlements an application's manifest grants: acting for applications other
+// than its own, and administering remote notification settings.
+extern const char* const KTSNotificationRegistrarProxyEntitlementName;
+extern const char* const KTSNotificationRegistrarRemoteNotificationSettingsEntitlementName;
+extern const char* const KTSNotificationSchedulerProxyEntitlementName;
 
 } // namespace tessel

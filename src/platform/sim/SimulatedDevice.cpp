@@ -11,6 +11,7 @@
 #include "platform/logging/FileLogManager.h"
 #include "platform/processes/ApplicationStateMonitor.h"
 #include "platform/sim/CapturedSystemLog.h"
+#include "platform/sim/InProcessIpcService.h"
 #include "platform/sim/ManualClock.h"
 #include "platform/sim/SimulatedApplicationWorkspace.h"
 #include "platform/sim/SimulatedBulletinService.h"
@@ -98,6 +99,7 @@ SimulatedDevice::SimulatedDevice(Date start)
     platform.applicationStates = std::make_shared<ApplicationStateService>();
     platform.downloadManager = std::make_shared<SimulatedDownloadManager>();
     platform.profileConnection = std::make_shared<SimulatedProfileConnection>();
+    platform.ipc = std::make_shared<InProcessIpcService>();
     Platform::install(_platform);
 }
 
@@ -176,5 +178,7 @@ std::vector<SimulatedDevice::PowerLogEntry> SimulatedDevice::powerLogEntries() c
     std::lock_guard lock(_powerLog->mutex);
     return _powerLog->entries;
 }
+
+InProcessIpcService& SimulatedDevice::ipc() { return static_cast<InProcessIpcService&>(*_platform->ipc); }
 
 } // namespace tessel

@@ -23,6 +23,7 @@ class SimulatedSystemService;
 class SimulatedPushService;
 class SimulatedDownloadManager;
 class SimulatedProfileConnection;
+class InProcessIpcService;
 
 // A whole device in memory for tests and benchmarks: a temporary Library
 // directory, a manual clock, captured logs and in-process notification centers.
@@ -59,6 +60,7 @@ public:
     ApplicationStateService& applicationStates();
     SimulatedDownloadManager& downloadManager();
     SimulatedProfileConnection& profileConnection();
+    InProcessIpcService& ipc();
 
     // Moves the clock on, firing due timers in date order, and lets all work finish.
     void advance(double seconds);
