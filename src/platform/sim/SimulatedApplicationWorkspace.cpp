@@ -63,7 +63,8 @@ bool SimulatedApplicationWorkspace::install(const SimulatedApplication& applicat
     set(Bundle::applicationTypeKey, application.type);
     set(Bundle::displayNameKey, application.displayName);
     set(Bundle::developmentLocalizationKey, application.developmentLocalization);
-    manifest.insert_or_assign(std::string(Bundle::executableKey), Value(escapedName(application.identifier)));
+    // An installer's own executable name, unless the application brings one.
+    manifest.try_emplace(std::string(Bundle::executableKey), Value(escapedName(application.identifier)));
     manifest.insert_or_assign(std::string(Bundle::entitlementsKey), Value(application.entitlements));
     auto manifestBytes = PropertyList::data(Value(std::move(manifest)), PropertyList::Format::Binary, error);
     if (!manifestBytes)
