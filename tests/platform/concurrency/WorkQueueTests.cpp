@@ -107,53 +107,35 @@ TEST(WorkQueueConcurrent, WaitUntilIdleFollowsWorkHoppingBetweenQueues)
     EXPECT_EQ(hops.load(), rounds * 3);
 }
 
-TEST(WorkQueueConcurrent, SyncWaitsForWorkPostedBeforeIt)
-{
-    auto queue = WorkQueue::create("com.tessel.test.fifo");
-    std::vector<int> done;
-    for (int index = 0; index < 1000; ++index)
-        queue->async([&, index] { done.push_back(index); });
-    EXPECT_EQ(queue->sync([&] { return done.size(); }), 1000u);
-}
-
-enum class Caller { Thread, SerialQueue, GlobalQueue, MainQueue };
-
-std::string callerName(const testing::TestParamInfo<Caller>& info)
-{
-    static const char* const names[] = { "Thread", "SerialQueue", "GlobalQueue", "MainQueue" };
-    return names[static_cast<int>(info.param)];
-}
-
-void PrintTo(Caller caller, std::ostream* out) { *out << callerName({ caller, 0 }); }
-
-class WorkQueueConcurrentSync : public testing::TestWithParam<Caller> {
+// The caller of sync: a plain thread or a block of one of the queues.
+class WorkQueueConcurrentSync : public testing::TestWithParam<const char*> {
 protected:
     WorkQueue* callerQueue()
     {
-        switch (GetParam()) {
-        case Caller::Thread:
-            return nullptr;
-        case Caller::SerialQueue:
+        std::string caller = GetParam();
+        if (caller == "SerialQueue")
             return _callerQueue.get();
-        case Caller::GlobalQueue:
+        if (caller == "GlobalQueue")
             return &WorkQueue::global();
-        case Caller::MainQueue:
-            return &WorkQueue::main();
-        }
-        return nullptr;
+        return caller == "MainQueue" ? &WorkQueue::main() : nullptr;
     }
 
     std::shared_ptr<WorkQueue> _callerQueue = WorkQueue::create("com.tessel.test.caller");
 };
 
-TEST_P(WorkQueueConcurrentSync, ReturnsTheValueOfTheBlockOnTheTargetQueue)
+TEST_P(WorkQueueConcurrentSync, RunsTheBlockOnTheTargetQueueAndPassesItsResultBack)
 {
     WorkQueue* caller = callerQueue();
     runOn(caller, [&] {
         auto target = WorkQueue::create("com.tessel.test.target");
         EXPECT_EQ(WorkQueue::current(), caller);
 
-        EXPECT_EQ(target->sync([] { return 42; }), 42);
+        // Sync waits for the work posted before it.
+        std::vector<int> done;
+        for (int index = 0; index < 1000; ++index)
+            target->async([&, index] { done.push_back(index); });
+        EXPECT_EQ(target->sync([&] { return done.size(); }), 1000u);
+
         EXPECT_EQ(target->sync([] { return std::string("answer"); }), "answer");
         auto owned = target->sync([] { return std::make_unique<int>(7); });
         ASSERT_TRUE(owned);
@@ -171,18 +153,8 @@ TEST_P(WorkQueueConcurrentSync, ReturnsTheValueOfTheBlockOnTheTargetQueue)
         EXPECT_TRUE(ranOnTarget);
         EXPECT_FALSE(callerLooksCurrent);
 
-        bool ranOnGlobal = WorkQueue::global().sync([] { return WorkQueue::global().isCurrent(); });
-        EXPECT_TRUE(ranOnGlobal);
-        // The caller is back on its own queue afterwards.
-        EXPECT_EQ(WorkQueue::current(), caller);
-    });
-}
-
-TEST_P(WorkQueueConcurrentSync, RethrowsTheExceptionOfTheBlock)
-{
-    runOn(callerQueue(), [&] {
-        auto target = WorkQueue::create("com.tessel.test.target");
         for (WorkQueue* queue : { target.get(), &WorkQueue::global() }) {
+            EXPECT_TRUE(queue->sync([&] { return queue->isCurrent(); }));
             try {
                 queue->sync([]() -> int { throw std::runtime_error("refused"); });
                 ADD_FAILURE() << "no exception from " << queue->label();
@@ -192,13 +164,16 @@ TEST_P(WorkQueueConcurrentSync, RethrowsTheExceptionOfTheBlock)
             // The queue keeps serving after a block threw.
             EXPECT_EQ(queue->sync([] { return 1; }), 1);
         }
+        // The caller is back on its own queue afterwards.
+        EXPECT_EQ(WorkQueue::current(), caller);
     });
 }
 
 INSTANTIATE_TEST_SUITE_P(Callers, WorkQueueConcurrentSync,
-    testing::Values(Caller::Thread, Caller::SerialQueue, Caller::GlobalQueue, Caller::MainQueue), callerName);
+    testing::Values("Thread", "SerialQueue", "GlobalQueue", "MainQueue"),
+    [](const testing::TestParamInfo<const char*>& info) { return std::string(info.param); });
 
-TEST(WorkQueue, IsCurrentOnlyInsideItsOwnBlocks)
+TEST(WorkQueue, IsCurrentAndAssertionsHoldOnlyInsideItsOwnBlocks)
 {
     auto serial = WorkQueue::create("com.tessel.test.twin");
     auto twin = WorkQueue::create("com.tessel.test.twin");
@@ -207,6 +182,7 @@ TEST(WorkQueue, IsCurrentOnlyInsideItsOwnBlocks)
     for (WorkQueue* queue : queues)
         EXPECT_FALSE(queue->isCurrent()) << queue->label();
     EXPECT_EQ(WorkQueue::current(), nullptr);
+    KT_ASSERT_NOT_ON_QUEUE(serial);
 
     for (WorkQueue* running : queues) {
         runOn(running, [&] {
@@ -216,22 +192,12 @@ TEST(WorkQueue, IsCurrentOnlyInsideItsOwnBlocks)
                     << running->label() << " / " << queue->label();
         });
     }
-}
-
-TEST(WorkQueueAssertions, PassWhereTheyHold)
-{
-    auto queue = WorkQueue::create("com.tessel.test.confined");
-    auto other = WorkQueue::create("com.tessel.test.other");
-    KT_ASSERT_NOT_ON_QUEUE(queue);
-    KT_ASSERT_NOT_ON_QUEUE(*queue);
-    bool reached = queue->sync([&] {
-        KT_ASSERT_ON_QUEUE(queue);
-        KT_ASSERT_ON_QUEUE(*queue);
-        KT_ASSERT_NOT_ON_QUEUE(other);
+    serial->sync([&] {
+        KT_ASSERT_ON_QUEUE(serial);
+        KT_ASSERT_ON_QUEUE(*serial);
+        KT_ASSERT_NOT_ON_QUEUE(twin);
         KT_ASSERT_NOT_ON_QUEUE(WorkQueue::main());
-        return true;
     });
-    EXPECT_TRUE(reached);
 }
 
 struct DeathCase {

@@ -11,36 +11,30 @@ namespace {
 
 TEST(NotificationCenter, MatchesByNameAndObject)
 {
-    int objectA = 0;
-    int objectB = 0;
-    struct Case {
-        std::string observedName;
-        const void* observedObject;
-        std::string postedName;
-        const void* postedObject;
-        bool delivered;
-    };
-    const Case cases[] = {
+    int a = 0;
+    int b = 0;
+    // Observed name and object, posted name and object, whether it arrives.
+    const std::tuple<std::string, const void*, std::string, const void*, bool> cases[] = {
         { "Changed", nullptr, "Changed", nullptr, true },
-        { "Changed", nullptr, "Changed", &objectA, true },
+        { "Changed", nullptr, "Changed", &a, true },
         { "Changed", nullptr, "Other", nullptr, false },
-        { "Changed", &objectA, "Changed", &objectA, true },
-        { "Changed", &objectA, "Changed", &objectB, false },
-        { "Changed", &objectA, "Changed", nullptr, false },
-        { "", nullptr, "Anything", &objectB, true },
-        { "", &objectA, "Anything", &objectA, true },
-        { "", &objectA, "Anything", &objectB, false },
+        { "Changed", &a, "Changed", &a, true },
+        { "Changed", &a, "Changed", &b, false },
+        { "Changed", &a, "Changed", nullptr, false },
+        { "", nullptr, "Anything", &b, true },
+        { "", &a, "Anything", &a, true },
+        { "", &a, "Anything", &b, false },
     };
-    for (const auto& c : cases) {
+    for (const auto& [observedName, observedObject, postedName, postedObject, delivered] : cases) {
         NotificationCenter center;
         std::vector<Notification> received;
-        center.addObserver(this, c.observedName, c.observedObject,
+        center.addObserver(this, observedName, observedObject,
             [&](const Notification& notification) { received.push_back(notification); });
-        center.postNotification(c.postedName, c.postedObject, Value::Dictionary { { "k", 1 } });
-        ASSERT_EQ(received.size(), c.delivered ? 1u : 0u) << c.observedName << " / " << c.postedName;
-        if (c.delivered) {
-            EXPECT_EQ(received[0].name, c.postedName);
-            EXPECT_EQ(received[0].object, c.postedObject);
+        center.postNotification(postedName, postedObject, Value::Dictionary { { "k", 1 } });
+        ASSERT_EQ(received.size(), delivered ? 1u : 0u) << observedName << " / " << postedName;
+        if (delivered) {
+            EXPECT_EQ(received[0].name, postedName);
+            EXPECT_EQ(received[0].object, postedObject);
             EXPECT_EQ(received[0].userInfo["k"].integerValue(), 1);
         }
     }

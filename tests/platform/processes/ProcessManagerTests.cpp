@@ -1,6 +1,4 @@
 #include "platform/linux/LinuxProcessManager.h"
-#include "platform/processes/HandleLocalNotificationAction.h"
-#include "platform/records/LocalNotification.h"
 #include "platform/sim/SimulatedProcessManager.h"
 
 #include <gtest/gtest.h>
@@ -50,19 +48,6 @@ TEST(ProcessManager, ListsProcessesInLaunchOrderAndTellsObservers)
         (std::vector<std::string> {
             "+" + pid(first), "+" + pid(other), "+" + pid(second), "-" + pid(first) }));
     EXPECT_TRUE(manager.processesForBundleIdentifier("com.example.b").empty());
-}
-
-TEST(ProcessManager, ActionsReachTheProcessWorkspace)
-{
-    SimulatedProcessManager manager;
-    auto process = manager.launch("com.example.a");
-    auto notification = std::make_shared<LocalNotification>();
-    process->workspace().sendActions({ std::make_shared<HandleLocalNotificationAction>(notification) });
-    process->workspace().sendActions({});
-    auto sent = manager.sentActions();
-    ASSERT_EQ(sent.size(), 1u);
-    EXPECT_EQ(sent[0].pid, process->pid());
-    EXPECT_NE(sent[0].action->description().find("HandleLocalNotificationAction"), std::string::npos);
 }
 
 TEST(LinuxProcessManager, DropsProcessesThatEndedWithoutSayingSo)
