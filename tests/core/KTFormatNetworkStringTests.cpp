@@ -26,7 +26,7 @@ TEST_P(NetworkString, FollowsTheRules)
 const std::string null(KTNetworkStringNullPlaceholder);
 
 INSTANTIATE_TEST_SUITE_P(Rules, NetworkString,
-    testing::Values(Case { "Plain", "no placeholders", {}, "no placeholders" }, Case { "Empty", "", {}, "" },
+    testing::Values(Case { "Empty", "", {}, "" },
         Case { "SequentialRunsOut", "%@ and %@", { "a" }, "a and " + null },
         Case { "Positional", "%2$@ %1$@ %@", { "one", "two" }, "two one one" },
         Case { "PositionalZero", "[%0$@]", { "one" }, "[" + null + "]" },
@@ -35,11 +35,7 @@ INSTANTIATE_TEST_SUITE_P(Rules, NetworkString,
         Case { "DoubledPercent", "100%% sure %", {}, "100% sure " },
         Case { "OtherConversionsVanish", "a%db%sc%xd", { "x" }, "abcd" },
         Case { "DigitsThenLetter", "%12d items", { "x" }, "d items" },
-        Case { "DigitsThenDollarOnly", "%1$d", { "x" }, "$d" },
         Case { "PercentThenMultibyteDropsOneByte", "%\xC3\xA9", {}, std::nullopt },
-        Case { "MultibyteAround", "\xC3\xA9%@\xE2\x82\xAC", { "\xF0\x9F\x99\x82" },
-            "\xC3\xA9\xF0\x9F\x99\x82\xE2\x82\xAC" },
-        Case { "InvalidFormat", "ok \xFF", {}, std::nullopt },
         Case { "InvalidArgument", "ok %@", { "\xC3" }, std::nullopt },
         Case { "HalvesJoinedByAnEmptyArgument", "\xC3%@\xA9", { "" }, "\xC3\xA9" },
         Case { "NumbersByDescription", "%@/%@/%@", { 7, 2.5, true }, "7/2.5/1" },
@@ -47,14 +43,10 @@ INSTANTIATE_TEST_SUITE_P(Rules, NetworkString,
         Case { "PlaceholderTextNotReinterpreted", "%@", { "%@ %1$@ %%" }, "%@ %1$@ %%" }),
     [](const auto& info) { return std::string(info.param.name); });
 
-TEST(NetworkString, AbsentFormatGivesNothing)
+TEST(NetworkString, TheCInterfaceCopiesTheResultAndAbsentFormatsGiveNothing)
 {
     EXPECT_FALSE(KTFormatNetworkString(std::nullopt, { Value("a") }));
     EXPECT_EQ(::KTFormatNetworkString(nullptr, nullptr, 0), nullptr);
-}
-
-TEST(NetworkString, TheCInterfaceCopiesTheResult)
-{
     const char* arguments[] = { "Ann", nullptr };
     char* text = ::KTFormatNetworkString("%@ wrote to %@ %%", arguments, 2);
     ASSERT_NE(text, nullptr);

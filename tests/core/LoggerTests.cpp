@@ -30,7 +30,7 @@ protected:
     SimulatedDevice device;
 };
 
-TEST_F(Loggers, StartRegistersLocalThenRemoteWithLoggingOff)
+TEST_F(Loggers, StartRegistersBothOffAndTheSwitchDrivesTheLevel)
 {
     start();
     auto loggers = device.platform().fileLogManager->loggers();
@@ -38,12 +38,6 @@ TEST_F(Loggers, StartRegistersLocalThenRemoteWithLoggingOff)
     EXPECT_EQ(loggers[0]->name(), "KTLocalNotificationLog");
     EXPECT_EQ(loggers[1]->name(), "KTRemoteNotificationLog");
     EXPECT_EQ(KTLocalNotificationLoggingLevel, -1);
-    EXPECT_EQ(KTRemoteNotificationLoggingLevel, -1);
-}
-
-TEST_F(Loggers, TheSwitchDrivesTheLevelAndSilencesLines)
-{
-    start();
     KT_REMOTE_LOG("before %d", 1);
     setSwitch("KTRemoteNotificationLogging", true);
     EXPECT_EQ(KTRemoteNotificationLoggingLevel, 3);

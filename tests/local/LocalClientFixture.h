@@ -26,6 +26,7 @@ class LocalClientTest : public ::testing::Test {
 protected:
     static constexpr const char* app = "com.example.alarm";
     using List = KTLocalNotificationClient::LocalNotificationList;
+    using Strings = std::vector<std::string>;
 
     template <typename F> auto onQueue(F&& work) { return queue->sync(std::forward<F>(work)); }
 
@@ -74,13 +75,15 @@ protected:
         return made;
     }
 
-    std::shared_ptr<LocalNotification> regional(const std::string& identifier)
+    std::shared_ptr<LocalNotification> regional(
+        const std::string& identifier, const std::string& body = {}, bool once = false)
     {
         auto made = std::make_shared<LocalNotification>();
         auto region = std::make_shared<Region>();
         region->setIdentifier(identifier);
         made->setRegion(region);
-        made->setAlertBody("at " + identifier);
+        made->setAlertBody(body.empty() ? "at " + identifier : body);
+        made->setRegionTriggersOnce(once);
         return made;
     }
 
@@ -114,11 +117,9 @@ protected:
         return KTNotificationStore::sharedInstance()->savedNotificationsForBundleID(app).length();
     }
 
-    std::vector<std::string> log() { return device.fileLogLines("KTLocalNotificationLog"); }
-
     bool logged(const std::string& text)
     {
-        auto lines = log();
+        auto lines = device.fileLogLines("KTLocalNotificationLog");
         return std::any_of(
             lines.begin(), lines.end(), [&](auto& line) { return line.find(text) != std::string::npos; });
     }

@@ -20,15 +20,6 @@ protected:
 
     LocationServices& locations() { return device.locationServices(); }
 
-    std::shared_ptr<LocalNotification> at(
-        const std::string& identifier, const std::string& body, bool once = false)
-    {
-        auto n = regional(identifier);
-        n->setAlertBody(body);
-        n->setRegionTriggersOnce(once);
-        return n;
-    }
-
     void cross(const std::string& identifier, bool entered = true)
     {
         device.waitUntilIdle();
@@ -36,20 +27,25 @@ protected:
         device.waitUntilIdle();
     }
 
-    std::vector<std::string> monitored()
+    void deliver(const std::shared_ptr<Region>& region, bool entered)
+    {
+        device.waitUntilIdle();
+        locations().deliverCrossing(region, entered);
+        device.waitUntilIdle();
+    }
+
+    Strings monitored()
     {
         device.waitUntilIdle();
         return locations().monitoredRegionIdentifiers();
     }
-
-    using Strings = std::vector<std::string>;
 };
 
 TEST_F(LocalRegions, ARegionIsMonitoredOnceWhileAnyNotificationUsesIt)
 {
-    auto first = at("home", "first");
-    auto second = at("home", "second");
-    schedule({ first, second, at("gym", "third") });
+    auto first = regional("home", "first");
+    auto second = regional("home", "second");
+    schedule({ first, second, regional("gym") });
     EXPECT_EQ(monitored(), (Strings { "gym", "home" }));
     onQueue([&] { client->cancelLocalNotification(first); });
     EXPECT_EQ(monitored(), (Strings { "gym", "home" }));
@@ -60,7 +56,7 @@ TEST_F(LocalRegions, ARegionIsMonitoredOnceWhileAnyNotificationUsesIt)
 
 TEST_F(LocalRegions, OnceOnlyNotificationsRetireAfterTheirFirstCrossing)
 {
-    schedule({ at("office", "once", true), at("gym", "every time") });
+    schedule({ regional("office", "once", true), regional("gym", "every time") });
     cross("office");
     cross("gym", false);
     cross("gym");
@@ -73,7 +69,7 @@ TEST_F(LocalRegions, OnceOnlyNotificationsRetireAfterTheirFirstCrossing)
 
 TEST_F(LocalRegions, UnauthorizedCrossingsFireAndSaveNothing)
 {
-    schedule({ at("home", "home") });
+    schedule({ regional("home") });
     for (auto status :
         { LocationManager::NotDetermined, LocationManager::Restricted, LocationManager::Denied }) {
         locations().setAuthorizationStatus(app, status);
@@ -81,44 +77,46 @@ TEST_F(LocalRegions, UnauthorizedCrossingsFireAndSaveNothing)
     }
     EXPECT_TRUE(fired.empty());
     EXPECT_EQ(deliveredCount(), 0u);
-    EXPECT_EQ(bodies(scheduled()), (Strings { "home" }));
+    EXPECT_EQ(bodies(scheduled()), (Strings { "at home" }));
     EXPECT_TRUE(logged("is not authorized for notifications."));
     locations().setAuthorizationStatus(app, LocationManager::AuthorizedAlways);
     cross("home");
     EXPECT_EQ(fired.size(), 1u);
 }
 
-TEST_F(LocalRegions, StrayCrossingsAreTellingOrIgnored)
+TEST_F(LocalRegions, StrayCrossingsAreToldOrIgnored)
 {
-    schedule({ at("home", "home") });
+    schedule({ regional("home") });
     auto unknown = std::make_shared<Region>("nowhere", 0, 0, 100);
     unknown->setOnBehalfOfBundleId(app);
     auto foreign = std::make_shared<Region>("home", 0, 0, 100);
     foreign->setOnBehalfOfBundleId("com.example.other");
 
     size_t changesBefore = changes.size();
-    device.waitUntilIdle();
-    locations().deliverCrossing(foreign, true);
-    device.waitUntilIdle();
+    deliver(foreign, true);
     EXPECT_TRUE(fired.empty()) << "stamped for another application";
     EXPECT_EQ(changes.size(), changesBefore) << "and nothing saved";
-
-    locations().deliverCrossing(unknown, false);
-    device.waitUntilIdle();
+    deliver(unknown, false);
     EXPECT_TRUE(fired.empty());
     EXPECT_TRUE(logged("received handleTriggeredRegion:didEnter: for left region "));
     EXPECT_GT(changes.size(), changesBefore) << "the list is saved all the same";
 }
 
-TEST_F(LocalRegions, CapAndUninstallStopMonitoring)
+TEST_F(LocalRegions, MonitoringFollowsTheCapReplacingUninstallAndRestart)
 {
     List list;
     for (int i = 0; i < 25; ++i)
-        list.push_back(at("region " + std::to_string(100 + i), "n" + std::to_string(i)));
+        list.push_back(regional("region " + std::to_string(100 + i)));
     schedule(list);
     EXPECT_EQ(monitored().size(), 20u);
-    schedule({ at("region 100", "n0") }, true);
+    schedule({ regional("region 100") }, true);
     EXPECT_EQ(monitored(), (Strings { "region 100" })) << "replacing releases the others";
+    onQueue([&] { client.reset(); });
+    EXPECT_TRUE(monitored().empty()) << "the monitor goes with its client";
+    makeClient();
+    EXPECT_EQ(monitored(), (Strings { "region 100" })) << "persisted regions are monitored at start";
+    cross("region 100");
+    EXPECT_EQ(fired.size(), 1u);
     onQueue([&] { client->handleUninstall(); });
     EXPECT_TRUE(monitored().empty());
     EXPECT_EQ(storedList().length(), 1u);
@@ -127,7 +125,7 @@ TEST_F(LocalRegions, CapAndUninstallStopMonitoring)
 TEST_F(LocalRegions, AForegroundRegionFiringShowsTheLocationIndicator)
 {
     device.processManager().launch(app);
-    schedule({ at("home", "home") });
+    schedule({ regional("home") });
     cross("home");
     EXPECT_EQ(locations().locationIndicatorCount(), 1);
     EXPECT_EQ(device.processManager().sentActions().size(), 1u);
@@ -136,22 +134,11 @@ TEST_F(LocalRegions, AForegroundRegionFiringShowsTheLocationIndicator)
 TEST_F(LocalRegions, AFailedStartIsLoggedAndKeepsTheRegistration)
 {
     locations().failNextStart("no signal");
-    schedule({ at("home", "home") });
+    schedule({ regional("home") });
     EXPECT_TRUE(monitored().empty());
     EXPECT_TRUE(logged("LocationManager failed with error no signal for com.example.alarm"));
-    schedule({ at("home", "home"), at("gym", "gym") }, true);
+    schedule({ regional("home"), regional("gym") }, true);
     EXPECT_EQ(monitored(), (Strings { "gym" })) << "home counts as monitored already";
-}
-
-TEST_F(LocalRegions, PersistedRegionsAreMonitoredWhenTheClientStarts)
-{
-    schedule({ at("home", "home") });
-    onQueue([&] { client.reset(); });
-    EXPECT_TRUE(monitored().empty()) << "the monitor goes with its client";
-    makeClient();
-    EXPECT_EQ(monitored(), (Strings { "home" }));
-    cross("home");
-    EXPECT_EQ(fired.size(), 1u);
 }
 
 } // namespace

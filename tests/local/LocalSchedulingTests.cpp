@@ -14,91 +14,79 @@ namespace {
 
 class LocalScheduling : public LocalClientTest { };
 
-struct LimitCase {
-    const char* name;
-    int regions;
-    int dated;
-    bool system;
-    size_t keptRegions;
-    size_t kept;
-};
-
-void PrintTo(const LimitCase& c, std::ostream* out) { *out << c.name; }
-
-class LocalSchedulingLimits : public LocalClientTest, public ::testing::WithParamInterface<LimitCase> { };
-
-TEST_P(LocalSchedulingLimits, KeepTheNotificationsThatSortFirst)
+TEST_F(LocalScheduling, LimitsKeepTheNotificationsThatSortFirst)
 {
-    auto& c = GetParam();
-    makeClient(c.system);
-    List list;
-    // Scheduled latest first, so only sorting can put the survivors in front.
-    for (int i = c.dated; i > 0; --i)
-        list.push_back(dated(60.0 * i, "dated " + std::to_string(i)));
-    for (int i = 0; i < c.regions; ++i)
-        list.push_back(regional("region " + std::to_string(i)));
-    schedule(list);
+    const struct {
+        const char* name;
+        int regions, dated;
+        bool system;
+        size_t keptRegions, kept;
+    } cases[] = {
+        { "SeventyDated", 0, 70, false, 0, 64 },
+        { "SeventyDatedSystem", 0, 70, true, 0, 70 },
+        { "TwentyFiveRegions", 25, 0, false, 20, 20 },
+        { "TwentyFiveRegionsSystem", 25, 0, true, 25, 25 },
+        { "RegionsCountTowardsTheTotal", 25, 50, false, 20, 64 },
+        { "UnderBothLimits", 3, 10, false, 3, 13 },
+    };
+    for (auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        makeClient(c.system);
+        List list;
+        // Scheduled latest first, so only sorting can put the survivors in front.
+        for (int i = c.dated; i > 0; --i)
+            list.push_back(dated(60.0 * i, "dated " + std::to_string(i)));
+        for (int i = 0; i < c.regions; ++i)
+            list.push_back(regional("region " + std::to_string(i)));
+        schedule(list, true);
 
-    auto kept = scheduled();
-    ASSERT_EQ(kept.size(), c.kept);
-    size_t regions
-        = std::count_if(kept.begin(), kept.end(), [](auto& n) { return n->isTriggeredByRegion(); });
-    EXPECT_EQ(regions, c.keptRegions);
-    EXPECT_TRUE(std::is_sorted(kept.begin(), kept.end(),
-        [](auto& a, auto& b) { return a->compareFireDates(*b) == std::weak_ordering::less; }));
-    if (c.dated && kept.size() > c.keptRegions) {
-        EXPECT_EQ(kept[c.keptRegions]->alertBody(), "dated 1");
+        auto kept = scheduled();
+        ASSERT_EQ(kept.size(), c.kept);
+        auto isRegion = [](auto& n) { return n->isTriggeredByRegion(); };
+        EXPECT_EQ(size_t(std::count_if(kept.begin(), kept.end(), isRegion)), c.keptRegions);
+        EXPECT_TRUE(std::is_sorted(kept.begin(), kept.end(),
+            [](auto& a, auto& b) { return a->compareFireDates(*b) == std::weak_ordering::less; }));
+        if (c.dated) {
+            EXPECT_EQ(kept[c.keptRegions]->alertBody(), "dated 1");
+        }
+        EXPECT_EQ(storedList().length(), c.kept);
     }
-    EXPECT_EQ(storedList().length(), c.kept);
 }
 
-INSTANTIATE_TEST_SUITE_P(LocalScheduling, LocalSchedulingLimits,
-    ::testing::Values(LimitCase { "SeventyDated", 0, 70, false, 0, 64 },
-        LimitCase { "SeventyDatedSystem", 0, 70, true, 0, 70 },
-        LimitCase { "TwentyFiveRegions", 25, 0, false, 20, 20 },
-        LimitCase { "TwentyFiveRegionsSystem", 25, 0, true, 25, 25 },
-        LimitCase { "RegionsCountTowardsTheTotal", 25, 50, false, 20, 64 },
-        LimitCase { "UnderBothLimits", 3, 10, false, 3, 13 }),
-    [](auto& info) { return std::string(info.param.name); });
-
-struct ImmediateCase {
-    const char* name;
-    std::optional<double> fireDateFromNow;
-    CalendarUnit repeat;
-    bool replace;
-    bool firesAtOnce;
-    size_t storedAfterwards;
-};
-
-void PrintTo(const ImmediateCase& c, std::ostream* out) { *out << c.name; }
-
-class LocalSchedulingImmediate : public LocalClientTest,
-                                 public ::testing::WithParamInterface<ImmediateCase> { };
-
-TEST_P(LocalSchedulingImmediate, FiresOnlyALoneDueNotificationWithoutReplace)
+// Only a lone due notification scheduled without replacing fires at once.
+TEST_F(LocalScheduling, ADueNotificationFiresAtOnce)
 {
-    auto& c = GetParam();
     makeClient();
-    schedule({ dated(3600, "already scheduled") });
-    auto notification = dated(0, "now", c.repeat);
-    notification->setFireDate(
-        c.fireDateFromNow ? std::optional(now().addingTimeInterval(*c.fireDateFromNow)) : std::nullopt);
-    schedule({ notification }, c.replace);
-
-    EXPECT_EQ(fired.size(), c.firesAtOnce ? 1u : 0u);
-    EXPECT_EQ(deliveredCount(), c.firesAtOnce ? 1u : 0u);
-    EXPECT_EQ(storedList().length(), c.storedAfterwards);
-}
-
-INSTANTIATE_TEST_SUITE_P(LocalScheduling, LocalSchedulingImmediate,
-    ::testing::Values(ImmediateCase { "PastDate", -30, CalendarUnit::None, false, true, 1 },
-        ImmediateCase { "ExactlyNow", 0, CalendarUnit::None, false, true, 1 },
-        ImmediateCase { "NoFireDate", std::nullopt, CalendarUnit::None, false, true, 1 },
-        ImmediateCase { "PastButRepeating", -30, CalendarUnit::Day, false, false, 2 },
-        ImmediateCase { "FutureDate", 30, CalendarUnit::None, false, false, 2 },
+    const struct {
+        const char* name;
+        std::optional<double> fireDateFromNow;
+        CalendarUnit repeat;
+        bool replace;
+        bool firesAtOnce;
+        size_t storedAfterwards;
+    } cases[] = {
+        { "PastDate", -30, CalendarUnit::None, false, true, 1 },
+        { "ExactlyNow", 0, CalendarUnit::None, false, true, 1 },
+        { "NoFireDate", std::nullopt, CalendarUnit::None, false, true, 1 },
+        { "PastButRepeating", -30, CalendarUnit::Day, false, false, 2 },
+        { "FutureDate", 30, CalendarUnit::None, false, false, 2 },
         // Replacing stores it, already expired, and fires nothing.
-        ImmediateCase { "PastDateReplacing", -30, CalendarUnit::None, true, false, 1 }),
-    [](auto& info) { return std::string(info.param.name); });
+        { "PastDateReplacing", -30, CalendarUnit::None, true, false, 1 },
+    };
+    for (auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        schedule({ dated(3600, "already scheduled") }, true);
+        fired.clear();
+        size_t delivered = deliveredCount();
+        auto notification = dated(0, "now", c.repeat);
+        notification->setFireDate(
+            c.fireDateFromNow ? std::optional(now().addingTimeInterval(*c.fireDateFromNow)) : std::nullopt);
+        schedule({ notification }, c.replace);
+        EXPECT_EQ(fired.size(), c.firesAtOnce ? 1u : 0u);
+        EXPECT_EQ(deliveredCount() - delivered, c.firesAtOnce ? 1u : 0u);
+        EXPECT_EQ(storedList().length(), c.storedAfterwards);
+    }
+}
 
 TEST_F(LocalScheduling, ReschedulingAnEqualNotificationReplacesItAtTheEnd)
 {
@@ -106,7 +94,7 @@ TEST_F(LocalScheduling, ReschedulingAnEqualNotificationReplacesItAtTheEnd)
     auto later = dated(600, "later");
     schedule({ dated(300, "first"), later, dated(300, "second") });
     schedule({ later->copy(), dated(300, "third") });
-    EXPECT_EQ(bodies(scheduled()), (std::vector<std::string> { "first", "second", "third", "later" }));
+    EXPECT_EQ(bodies(scheduled()), (Strings { "first", "second", "third", "later" }));
 }
 
 TEST_F(LocalScheduling, SchedulingStampsRegionsAndStripsSystemPropertiesOfOrdinaryApplications)
@@ -134,27 +122,29 @@ TEST_F(LocalScheduling, CancelRemovesEqualNotificationsAndTheirDeliveredRecords)
     onQueue([&] { client->_fireNotification(gone); });
     ASSERT_EQ(deliveredCount(), 1u);
     onQueue([&] { client->cancelLocalNotifications({ gone->copy() }); });
-    EXPECT_EQ(bodies(scheduled()), (std::vector<std::string> { "keep", "also kept" }));
+    EXPECT_EQ(bodies(scheduled()), (Strings { "keep", "also kept" }));
     EXPECT_EQ(deliveredCount(), 0u);
     EXPECT_TRUE(logged("[com.example.alarm] Cancel local notifications: "));
 }
 
-struct LastFireDateCase {
-    const char* name;
-    Value stored; // seconds relative to now, as the value kind under test
-    double expectedFromNow;
-    bool resetToNow;
-};
-
 TEST_F(LocalScheduling, LastFireDateIsGuardedAgainstAClockSetBack)
 {
     makeClient();
+    schedule({ dated(60) });
+    Date saved = onQueue([&] { return client->_lastLocalNotificationFireDate(); });
+    EXPECT_DOUBLE_EQ(saved.timeIntervalSinceDate(now()), -1.0) << "saving moves it to just before now";
+
     auto store = ApplicationDataStore::storeForApplication(app);
     double t = now().timeIntervalSinceReferenceDate();
-    const LastFireDateCase cases[] = {
+    // Stored as seconds or as a date, relative to now.
+    const struct {
+        const char* name;
+        Value stored;
+        double expectedFromNow;
+        bool resetToNow;
+    } cases[] = {
         { "TenSecondsAhead", Value(t + 10), 0, true },
         { "HalfASecondAhead", Value(t + 0.5), 0.5, false },
-        { "InThePast", Value(t - 100), -100, false },
         { "DateObject", Value(Date(t - 5)), -5, false },
         { "DateObjectAhead", Value(Date(t + 3600)), 0, true },
     };
@@ -208,14 +198,6 @@ TEST_F(LocalScheduling, ExpiryAgainstTheLastFireDate)
         EXPECT_EQ(client->_isLocalNotification(*c.notification, last), c.unexpired) << c.name;
 }
 
-TEST_F(LocalScheduling, SavingMovesTheLastFireDateToJustBeforeNow)
-{
-    makeClient();
-    schedule({ dated(60) });
-    Date last = onQueue([&] { return client->_lastLocalNotificationFireDate(); });
-    EXPECT_DOUBLE_EQ(last.timeIntervalSinceDate(now()), -1.0);
-}
-
 TEST_F(LocalScheduling, APersistedListKeepsItsValidPart)
 {
     class Stranger : public Archivable {
@@ -231,7 +213,7 @@ TEST_F(LocalScheduling, APersistedListKeepsItsValidPart)
         Value(std::make_shared<Stranger>()), Value() };
     ASSERT_TRUE(store->setArchivedObject(Value(mixed), KTApplicationDataStoreLocalNotificationsKey));
     makeClient();
-    EXPECT_EQ(bodies(scheduled()), (std::vector<std::string> { "valid" }));
+    EXPECT_EQ(bodies(scheduled()), (Strings { "valid" }));
     ASSERT_NE(client->localNotificationTimer(), nullptr);
     EXPECT_EQ(client->localNotificationTimer()->fireDate(), *valid->fireDate());
 
@@ -280,22 +262,8 @@ TEST_F(LocalScheduling, CachingFollowsTheRunningProcessAndTheReasons)
     EXPECT_TRUE(logged("[com.example.alarm] Load local notifications: should cache=YES notifications="));
 }
 
-struct FetchCase {
-    const char* name;
-    std::optional<double> startHours; // relative to the first fire date
-    std::optional<double> endHours;
-    uint64_t maxSize;
-    bool includeSnoozes;
-    std::vector<double> expectedHours;
-};
-
-void PrintTo(const FetchCase& c, std::ostream* out) { *out << c.name; }
-
-class LocalSchedulingFetch : public LocalClientTest, public ::testing::WithParamInterface<FetchCase> { };
-
-TEST_P(LocalSchedulingFetch, AnswersTheFireDatesInTheWindow)
+TEST_F(LocalScheduling, FetchAnswersTheFireDatesInTheWindow)
 {
-    auto& c = GetParam();
     makeClient();
     auto hourly = dated(3600, "hourly", CalendarUnit::Hour);
     auto snoozed = dated(1800, "snoozed");
@@ -305,36 +273,41 @@ TEST_P(LocalSchedulingFetch, AnswersTheFireDatesInTheWindow)
     Date first = *hourly->fireDate();
     auto hours = [&](double h) { return first.addingTimeInterval(h * 3600); };
 
-    KTSNotificationScheduleFetchRequest request;
-    if (c.startHours)
-        request.setStartDate(hours(*c.startHours));
-    if (c.endHours)
-        request.setEndDate(hours(*c.endHours));
-    request.setMaxSize(c.maxSize);
-    request.setIncludeSnoozes(c.includeSnoozes);
-    auto answer = onQueue([&] { return client->scheduleForFetchRequest(request); });
-
-    std::vector<double> got;
-    for (auto& entry : answer->entries()) {
-        if (entry.notification->isFromSnooze())
-            got.push_back(-0.5);
-        else
-            got.push_back(entry.fireDate.timeIntervalSinceDate(first) / 3600);
-    }
-    EXPECT_EQ(got, c.expectedHours);
-}
-
-INSTANTIATE_TEST_SUITE_P(LocalScheduling, LocalSchedulingFetch,
-    ::testing::Values(FetchCase { "EndIsExclusive", -1, 3, 0, false, { 0, 1, 2 } },
+    // Hours relative to the first fire date; the snoozed copy reads as -0.5.
+    const struct {
+        const char* name;
+        std::optional<double> startHours, endHours;
+        uint64_t maxSize;
+        bool includeSnoozes;
+        std::vector<double> expectedHours;
+    } cases[] = {
+        { "EndIsExclusive", -1, 3, 0, false, { 0, 1, 2 } },
         // The base is the start itself, and only dates after it count.
-        FetchCase { "OccurrenceAtTheStartIsLeftOut", 1, 3, 0, false, { 2 } },
-        FetchCase { "BetweenOccurrences", 0.5, 2.5, 0, false, { 1, 2 } },
-        FetchCase { "SizeBounds", -1, std::nullopt, 4, false, { 0, 1, 2, 3 } },
-        FetchCase { "SizeAndEnd", -1, 10, 2, false, { 0, 1 } },
+        { "OccurrenceAtTheStartIsLeftOut", 1, 3, 0, false, { 2 } },
+        { "BetweenOccurrences", 0.5, 2.5, 0, false, { 1, 2 } },
+        { "SizeBounds", -1, std::nullopt, 4, false, { 0, 1, 2, 3 } },
+        { "SizeAndEnd", -1, 10, 2, false, { 0, 1 } },
         // A snoozed copy fires once; its base is the last fire date, before the start.
-        FetchCase { "WithSnoozes", -1, 2, 0, true, { -0.5, 0, 1 } },
-        FetchCase { "SnoozeBeforeStartEndsItsList", -0.25, 2, 0, true, { 0, 1 } }),
-    [](auto& info) { return std::string(info.param.name); });
+        { "WithSnoozes", -1, 2, 0, true, { -0.5, 0, 1 } },
+        { "SnoozeBeforeStartEndsItsList", -0.25, 2, 0, true, { 0, 1 } },
+    };
+    for (auto& c : cases) {
+        KTSNotificationScheduleFetchRequest request;
+        if (c.startHours)
+            request.setStartDate(hours(*c.startHours));
+        if (c.endHours)
+            request.setEndDate(hours(*c.endHours));
+        request.setMaxSize(c.maxSize);
+        request.setIncludeSnoozes(c.includeSnoozes);
+        auto answer = onQueue([&] { return client->scheduleForFetchRequest(request); });
+        std::vector<double> got;
+        for (auto& entry : answer->entries())
+            got.push_back(entry.notification->isFromSnooze()
+                    ? -0.5
+                    : entry.fireDate.timeIntervalSinceDate(first) / 3600);
+        EXPECT_EQ(got, c.expectedHours) << c.name;
+    }
+}
 
 TEST_F(LocalScheduling, FetchWithoutEndOrSizeStopsAtTheDocumentedLimit)
 {

@@ -1,22 +1,18 @@
+#include "local/LocalClientFixture.h"
+
 #include "local/KTLocalNotificationService.h"
-#include "platform/applications/ApplicationDataStore.h"
-#include "platform/concurrency/WorkQueue.h"
+#include "platform/bulletins/SectionInfo.h"
 #include "platform/events/InProcessSystemNotificationCenter.h"
-#include "platform/events/NotificationCenter.h"
 #include "platform/location/LocationServices.h"
 #include "platform/location/Region.h"
-#include "platform/records/LocalNotification.h"
 #include "platform/sim/CapturedSystemLog.h"
-#include "platform/sim/SimulatedApplicationWorkspace.h"
-#include "platform/sim/SimulatedDevice.h"
+#include "platform/sim/SimulatedBulletinService.h"
 #include "platform/sim/SimulatedProcessManager.h"
 #include "services/KTSNotificationSchedule.h"
 #include "services/KTSNotificationScheduleFetchRequest.h"
 
-#include <gtest/gtest.h>
-#include <tessel/Tessel.h>
-
 using namespace tessel;
+using tessel::testing_support::LocalClientTest;
 
 namespace {
 
@@ -24,25 +20,17 @@ constexpr const char* alarm = "com.example.alarm";
 constexpr const char* diary = "com.example.diary";
 constexpr const char* quiet = "com.example.quiet";
 
-class LocalService : public testing::Test {
+// The fixture's application is the alarm; the service runs the clients.
+class LocalService : public LocalClientTest {
 protected:
     void SetUp() override
     {
-        for (auto identifier : { alarm, diary, quiet })
+        LocalClientTest::SetUp();
+        for (auto identifier : { diary, quiet })
             ASSERT_TRUE(device.applicationWorkspace().install({ .identifier = identifier }));
-        device.platform().notificationCenter->addObserver(
-            this, "", nullptr, [this](const Notification& note) {
-                auto bundleIdentifier = note.userInfo[KTBundleIdentifierKey].stringValue();
-                if (note.name == KTLocalNotificationDidFireNotification)
-                    fired.push_back(bundleIdentifier);
-                else if (note.name == KTLocalNotificationsDidChangeNotification)
-                    changed.push_back(bundleIdentifier);
-            });
         service = KTLocalNotificationService::sharedInstance();
         device.waitUntilIdle();
     }
-
-    void TearDown() override { device.platform().notificationCenter->removeObserver(this); }
 
     void setEnabled(const std::string& bundleIdentifier, bool enabled)
     {
@@ -53,14 +41,6 @@ protected:
         device.waitUntilIdle();
     }
 
-    std::shared_ptr<LocalNotification> in(double seconds, std::string body = "body")
-    {
-        auto n = std::make_shared<LocalNotification>();
-        n->setFireDate(device.clock().now().addingTimeInterval(seconds));
-        n->setAlertBody(std::move(body));
-        return n;
-    }
-
     void add(const std::string& bundleIdentifier, KTLocalNotificationService::List list)
     {
         bool completed = false;
@@ -69,7 +49,7 @@ protected:
         EXPECT_TRUE(completed) << "completions are called, also for unknown applications";
     }
 
-    std::shared_ptr<KTLocalNotificationClient> client(const std::string& bundleIdentifier)
+    std::shared_ptr<KTLocalNotificationClient> serviceClient(const std::string& bundleIdentifier)
     {
         return service->queue()->sync(
             [&] { return service->_queue_clientForBundleIdentifier(bundleIdentifier); });
@@ -77,55 +57,42 @@ protected:
 
     bool cached(const std::string& bundleIdentifier)
     {
-        return service->queue()->sync([&] {
-            return service->_queue_clientForBundleIdentifier(bundleIdentifier)->hasCachedLocalNotifications();
-        });
+        return serviceClient(bundleIdentifier)->hasCachedLocalNotifications();
     }
 
     size_t changesFor(const std::string& bundleIdentifier)
     {
-        return std::count(changed.begin(), changed.end(), bundleIdentifier);
+        return std::count_if(changes.begin(), changes.end(),
+            [&](auto& info) { return info[KTBundleIdentifierKey] == Value(bundleIdentifier); });
     }
 
-    SimulatedDevice device;
     std::shared_ptr<KTLocalNotificationService> service;
-    std::vector<std::string> fired;
-    std::vector<std::string> changed;
 };
-
-TEST_F(LocalService, EveryInstalledApplicationGetsOneClientForItsLife)
-{
-    for (auto identifier : { alarm, diary, quiet })
-        EXPECT_NE(client(identifier), nullptr) << identifier;
-    auto before = client(alarm);
-    service->applicationsDidInstall({ device.platform().workspace->applicationProxyForIdentifier(alarm) });
-    device.waitUntilIdle();
-    EXPECT_EQ(client(alarm), before) << "an installed application keeps its client";
-
-    add("com.example.unknown", { in(60) });
-    EXPECT_TRUE(service->scheduledLocalNotificationsForBundleIdentifier("com.example.unknown").empty());
-}
 
 TEST_F(LocalService, UninstallingDisarmsAndKeepsThePersistedSchedule)
 {
+    for (auto identifier : { alarm, diary, quiet })
+        EXPECT_NE(serviceClient(identifier), nullptr) << identifier;
+    auto before = serviceClient(alarm);
+    service->applicationsDidInstall({ device.platform().workspace->applicationProxyForIdentifier(alarm) });
+    device.waitUntilIdle();
+    EXPECT_EQ(serviceClient(alarm), before) << "an installed application keeps its client";
+
     setEnabled(alarm, true);
-    add(alarm, { in(60, "wake up") });
+    add(alarm, { dated(60, "wake up") });
     EXPECT_EQ(device.clock().pendingTimerCount(), 1u);
     ASSERT_TRUE(device.applicationWorkspace().uninstall(alarm));
     device.waitUntilIdle();
-    EXPECT_EQ(client(alarm), nullptr);
+    EXPECT_EQ(serviceClient(alarm), nullptr);
     EXPECT_EQ(device.clock().pendingTimerCount(), 0u);
     device.advance(120);
     EXPECT_TRUE(fired.empty()) << "an uninstalled application fires nothing";
-    EXPECT_EQ(ApplicationDataStore::storeForApplication(alarm)
-                  ->archivedObjectForKey(KTApplicationDataStoreLocalNotificationsKey)
-                  .length(),
-        1u);
+    EXPECT_EQ(storedList().length(), 1u);
 }
 
 TEST_F(LocalService, EnablingTwiceRearmsOnce)
 {
-    add(alarm, { in(600) });
+    add(alarm, { dated(600) });
     EXPECT_EQ(device.clock().pendingTimerCount(), 0u) << "notifications are off";
     size_t before = changesFor(alarm);
     setEnabled(alarm, true);
@@ -141,9 +108,9 @@ TEST_F(LocalService, SystemEventsFanOutToTheClients)
 {
     setEnabled(alarm, true);
     setEnabled(diary, true);
-    add(alarm, { in(600) });
-    add(diary, { in(900) });
-    changed.clear();
+    add(alarm, { dated(600) });
+    add(diary, { dated(900) });
+    changes.clear();
     device.systemNotificationCenter().postNotification("SignificantTimeChangeNotification");
     device.waitUntilIdle();
     EXPECT_EQ(changesFor(alarm), 1u);
@@ -171,7 +138,7 @@ TEST_F(LocalService, SystemEventsFanOutToTheClients)
 TEST_F(LocalService, QueriesAnswerThroughTheQueue)
 {
     setEnabled(alarm, true);
-    add(alarm, { in(60, "a"), in(30, "b") });
+    add(alarm, { dated(60, "a"), dated(30, "b") });
     auto list = service->scheduledLocalNotificationsForBundleIdentifier(alarm);
     ASSERT_EQ(list.size(), 2u);
     EXPECT_EQ(list[0]->alertBody(), "b");
@@ -189,6 +156,8 @@ TEST_F(LocalService, QueriesAnswerThroughTheQueue)
     ASSERT_NE(answer, nullptr);
     EXPECT_EQ(answer->count(), 1u);
     EXPECT_TRUE(unknownAnswered);
+    add("com.example.unknown", { dated(60) });
+    EXPECT_TRUE(service->scheduledLocalNotificationsForBundleIdentifier("com.example.unknown").empty());
 
     bool cancelled = false;
     service->cancelScheduledLocalNotifications({ list[0] }, alarm, [&] { cancelled = true; });
@@ -223,12 +192,51 @@ TEST_F(LocalService, RegionMonitoringDrivenByTheHostThroughTheExportedFunctions)
     EXPECT_TRUE(fired.empty());
     TesselReportRegionCrossing("home", true);
     device.waitUntilIdle();
-    EXPECT_EQ(fired, std::vector<std::string> { alarm });
+    ASSERT_EQ(fired.size(), 1u);
+    EXPECT_EQ(fired[0]->region()->identifier(), "home");
 
     KTTriggerLocationArrow(alarm);
     KTTriggerLocationArrow(nullptr);
     device.waitUntilIdle();
     EXPECT_EQ(device.locationServices().locationIndicatorCount(), 1);
+}
+
+// Schedules persisted by an earlier run arm at start only for applications
+// whose notifications the user left on.
+TEST(LocalServiceStart, ClientsStartWithTheUsersSettings)
+{
+    SimulatedDevice device;
+    LocalNotification::registerArchivableClasses();
+    struct {
+        const char* identifier;
+        bool allowed;
+    } applications[] = { { "com.example.on", true }, { "com.example.off", false } };
+    for (auto& application : applications) {
+        ASSERT_TRUE(device.applicationWorkspace().install({ .identifier = application.identifier }));
+        SectionInfo section;
+        section.sectionID = application.identifier;
+        section.allowsNotifications = application.allowed;
+        section.pushSettings = 7 | 56;
+        device.bulletinService().setSectionInfo(section);
+        auto notification = std::make_shared<LocalNotification>();
+        notification->setFireDate(device.clock().now().addingTimeInterval(600));
+        ASSERT_TRUE(ApplicationDataStore::storeForApplication(application.identifier)
+                        ->setArchivedObject(Value(Value::Array { Value(notification) }),
+                            KTApplicationDataStoreLocalNotificationsKey));
+    }
+
+    auto service = KTLocalNotificationService::sharedInstance();
+    device.waitUntilIdle();
+    for (auto& application : applications) {
+        bool enabled = service->queue()->sync([&] {
+            return service->_queue_clientForBundleIdentifier(application.identifier)
+                ->userNotificationsEnabled();
+        });
+        EXPECT_EQ(enabled, application.allowed) << application.identifier;
+    }
+    EXPECT_EQ(device.clock().pendingTimerCount(), 1u);
+    device.advance(600);
+    EXPECT_EQ(device.clock().pendingTimerCount(), 0u);
 }
 
 } // namespace

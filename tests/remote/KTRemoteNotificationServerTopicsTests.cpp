@@ -12,24 +12,25 @@ namespace {
 using Topics = std::vector<std::string>;
 using Move = SimulatedPushConnection::Move;
 
-class PushTopics : public RemoteServerFixture {
-protected:
-    // Push enabled through notifications, in production.
-    void startWithEnabledApp()
-    {
-        start();
-        setNotificationsEnabled(app, true);
-        registerApp(app);
-        ASSERT_TRUE(connection());
-        ASSERT_EQ(connection()->opportunisticTopics(), Topics { app });
-    }
-};
+class PushTopics : public RemoteServerFixture { };
 
 TEST_F(PushTopics, ForegroundAppsAreEnabledAndMoveBackWithoutARecalculation)
 {
     startWithEnabledApp();
     EXPECT_TRUE(connection()->usesAppLaunchStats());
+    ASSERT_EQ(connection()->opportunisticTopics(), Topics { app });
     auto settings = connection()->topicSettings();
+
+    // Malformed state reports change nothing.
+    for (auto info : { Value(Value::Dictionary { { ApplicationStateKey, ApplicationStateForeground } }),
+             Value(Value::Dictionary { { ApplicationStateBundleIdentifierKey, 12 },
+                 { ApplicationStateKey, ApplicationStateForeground } }),
+             Value(Value::Dictionary {
+                 { ApplicationStateBundleIdentifierKey, app }, { ApplicationStateKey, "8" } }),
+             Value("not a dictionary") })
+        device.applicationStates().reportStateChange(info);
+    device.waitUntilIdle();
+    EXPECT_TRUE(connection()->moves().empty());
 
     reportState(app, ApplicationStateForeground);
     EXPECT_EQ(connection()->enabledTopics(), Topics { app });
@@ -65,51 +66,27 @@ TEST_F(PushTopics, ADebuggedAppStaysImportantUntilBothEnd)
     EXPECT_EQ(connection()->moves().size(), 2u);
 }
 
-TEST_F(PushTopics, MalformedStateReportsChangeNothing)
+// Only a gazette application killed by the user loses background delivery,
+// until it comes to the foreground again.
+TEST_F(PushTopics, AUserKillDisablesBackgroundDeliveryOfAGazetteApp)
 {
-    startWithEnabledApp();
-    for (auto info : { Value(Value::Dictionary { { ApplicationStateKey, ApplicationStateForeground } }),
-             Value(Value::Dictionary { { ApplicationStateBundleIdentifierKey, 12 },
-                 { ApplicationStateKey, ApplicationStateForeground } }),
-             Value(Value::Dictionary {
-                 { ApplicationStateBundleIdentifierKey, app }, { ApplicationStateKey, "8" } }),
-             Value("not a dictionary") })
-        device.applicationStates().reportStateChange(info);
-    device.waitUntilIdle();
-    EXPECT_TRUE(connection()->moves().empty());
-}
-
-// What a kill by the user and a return to the foreground do to background delivery.
-struct KillCase {
-    const char* name;
-    bool gazette;
-    int64_t exitReason;
-    bool disabledAfterKill;
-};
-
-class UserKill : public RemoteServerFixture, public ::testing::WithParamInterface<KillCase> { };
-
-TEST_P(UserKill, DisablesBackgroundDeliveryOnlyForGazetteAppsKilledByTheUser)
-{
-    auto& param = GetParam();
-    if (param.gazette)
-        state->gazette.insert(app);
+    state->gazette.insert(app);
     start();
-    setNotificationsEnabled(app, true);
-    registerApp(app);
-    reportState(app, ApplicationStateTerminated, param.exitReason);
-    EXPECT_EQ(client(app)->backgroundDeliveryDisabled(), param.disabledAfterKill);
-    EXPECT_EQ(KTRemoteNotificationClient::loadFromDataStore(app)->backgroundDeliveryDisabled(),
-        param.disabledAfterKill);
+    for (auto bundleIdentifier : { app, otherApp }) {
+        setNotificationsEnabled(bundleIdentifier, true);
+        registerApp(bundleIdentifier);
+    }
+    reportState(app, ApplicationStateTerminated);
+    EXPECT_FALSE(client(app)->backgroundDeliveryDisabled()) << "an ordinary exit";
+    reportState(otherApp, ApplicationStateTerminated, ApplicationExitReasonUserKilled);
+    EXPECT_FALSE(client(otherApp)->backgroundDeliveryDisabled()) << "not a gazette application";
+    reportState(app, ApplicationStateTerminated, ApplicationExitReasonUserKilled);
+    EXPECT_TRUE(client(app)->backgroundDeliveryDisabled());
+    EXPECT_TRUE(KTRemoteNotificationClient::loadFromDataStore(app)->backgroundDeliveryDisabled());
     reportState(app, ApplicationStateForeground);
     EXPECT_FALSE(client(app)->backgroundDeliveryDisabled());
+    EXPECT_FALSE(KTRemoteNotificationClient::loadFromDataStore(app)->backgroundDeliveryDisabled());
 }
-
-INSTANTIATE_TEST_SUITE_P(Cases, UserKill,
-    ::testing::Values(KillCase { "GazetteKilled", true, ApplicationExitReasonUserKilled, true },
-        KillCase { "GazetteExited", true, 0, false },
-        KillCase { "OrdinaryAppKilled", false, ApplicationExitReasonUserKilled, false }),
-    [](const auto& info) { return std::string(info.param.name); });
 
 TEST_F(PushTopics, AGazetteAppWithoutPushAsksForBackgroundDownloadsWhenItComesForward)
 {
@@ -141,9 +118,7 @@ TEST_P(CloudTopics, ComeFromTheServicesEntitlement)
     if (!param.entitlement.isNull())
         entitlements["com.tamber.developer.skyvault-services"] = param.entitlement;
     ASSERT_TRUE(device.applicationWorkspace().install({ .identifier = app, .entitlements = entitlements }));
-    start();
-    setNotificationsEnabled(app, true);
-    registerApp(app);
+    startWithEnabledApp();
     Topics expected { app };
     if (param.extraTopic)
         expected.push_back(std::string("com.tamber.skyvault-container.") + app);
@@ -160,30 +135,24 @@ INSTANTIATE_TEST_SUITE_P(Cases, CloudTopics,
         CloudCase { "NotStrings", Value::Array { Value(1), Value(Value::Dictionary {}) }, false }),
     [](const auto& info) { return std::string(info.param.name); });
 
-TEST_F(PushTopics, RestrictedUninstalledAndUnwantedAppsHaveNoTopics)
+TEST_F(PushTopics, EachEnvironmentListsOnlyItsInstalledUnrestrictedWantedApps)
 {
+    const std::string development = "com.example.dev";
     state->restricted.insert(otherApp);
     start();
     for (auto bundleIdentifier : { app, otherApp, "com.example.gone" }) {
         setNotificationsEnabled(bundleIdentifier, true);
         registerApp(bundleIdentifier);
     }
+    setNotificationsEnabled(development, true);
+    registerApp(development, PushEnvironmentDevelopment);
     state->uninstalled.insert("com.example.gone");
     server->invalidateTokenForRemoteNotificationsForBundleIdentifier("com.example.third");
     device.waitUntilIdle();
     EXPECT_EQ(connection()->opportunisticTopics(), Topics { app });
     EXPECT_TRUE(connection()->ignoredTopics().empty());
-}
+    EXPECT_EQ(connection(PushEnvironmentDevelopment)->opportunisticTopics(), Topics { development });
 
-TEST_F(PushTopics, EachEnvironmentHasItsOwnConnectionAndLists)
-{
-    start();
-    setNotificationsEnabled(app, true);
-    setNotificationsEnabled(otherApp, true);
-    registerApp(app);
-    registerApp(otherApp, PushEnvironmentDevelopment);
-    EXPECT_EQ(connection()->opportunisticTopics(), Topics { app });
-    EXPECT_EQ(connection(PushEnvironmentDevelopment)->opportunisticTopics(), Topics { otherApp });
     // Moving one environment's app is sent to every connection; the other holds nothing to move.
     reportState(app, ApplicationStateForeground);
     EXPECT_EQ(connection(PushEnvironmentDevelopment)->moves(), (std::vector<Move> { { app, 1, 0 } }));
@@ -273,10 +242,6 @@ TEST_F(PushTopics, GazettePushNeedsRefreshAndAutomaticUpdates)
             << one.gazette << one.refreshAllowed << one.updatesAllowed;
     }
 }
-
-} // namespace
-
-namespace {
 
 TEST_F(PushTopics, NothingReachesAServerThatIsGone)
 {

@@ -24,21 +24,22 @@ namespace tessel::testing {
 inline constexpr const char* app = "com.example.app";
 inline constexpr const char* otherApp = "com.example.other";
 
-// Every application is installed unless a test says otherwise.
+// Every application is installed unless a test says otherwise. Tests change
+// the sets only while the server's queue is idle.
 class FakeSystemState final : public KTSystemStateProviding {
 public:
     std::set<std::string> uninstalled, restricted, gazette, gazetteContent, backgroundRefresh;
 
-    bool isApplicationInstalled(const std::string& b) override { return !has(uninstalled, b); }
-    bool isApplicationRestricted(const std::string& b) override { return has(restricted, b); }
-    bool isGazetteApplication(const std::string& b) override { return has(gazette, b); }
+    bool isApplicationInstalled(const std::string& b) override { return !uninstalled.contains(b); }
+    bool isApplicationRestricted(const std::string& b) override { return restricted.contains(b); }
+    bool isGazetteApplication(const std::string& b) override { return gazette.contains(b); }
     bool isGazetteContentBackgroundModeSupportedForApplication(const std::string& b) override
     {
-        return has(gazetteContent, b);
+        return gazetteContent.contains(b);
     }
     bool isBackgroundAppRefreshSupportedForApplication(const std::string& b) override
     {
-        return has(backgroundRefresh, b);
+        return backgroundRefresh.contains(b);
     }
     bool isRemoteNotificationBackgroundModeSupportedForApplication(const std::string&) override
     {
@@ -53,9 +54,6 @@ public:
         const std::string&, const Value&, int64_t, std::function<void()>) override
     {
     }
-
-    // Tests change the sets only while the server's queue is idle.
-    static bool has(const std::set<std::string>& set, const std::string& b) { return set.contains(b); }
 };
 
 class TokenRecorder final : public KTRemoteNotificationServerDelegate {
@@ -95,6 +93,14 @@ protected:
         server = KTRemoteNotificationServer::initWithSystemStateProvider(state);
         server->setDelegate(recorder);
         device.waitUntilIdle();
+    }
+    // Push enabled through notifications, in production.
+    void startWithEnabledApp()
+    {
+        start();
+        setNotificationsEnabled(app, true);
+        registerApp(app);
+        ASSERT_TRUE(connection());
     }
 
     void setNotificationsEnabled(const std::string& bundleIdentifier, bool enabled)

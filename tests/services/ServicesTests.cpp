@@ -64,19 +64,14 @@ TEST(WhitelistedUnarchiveTest, AcceptsOnlyNotificationsMadeOfAllowedClasses)
     };
     auto schedule = std::make_shared<KTSNotificationSchedule>();
     schedule->addLocalNotification(sample(), Date(1000));
-    Bytes whole = archive(sample());
     struct Case {
         const char* name;
         Bytes data;
         bool accepted;
     } cases[] = {
         { "Notification", archive(sample()), true },
-        { "NotificationWithoutRegion", archive(std::make_shared<LocalNotification>()), true },
         { "RegionAsRoot", archive(std::make_shared<Region>("r", 1, 2, 3)), false },
         { "ScheduleAsRoot", archive(schedule), false },
-        { "PlainDictionaryAsRoot", archive(Value::Dictionary { { "fireDate", Date(1) } }), false },
-        { "FetchRequestInUserInfo",
-            archive(withUserInfo(std::make_shared<KTSNotificationScheduleFetchRequest>())), false },
         { "ScheduleDeepInUserInfo",
             archive(withUserInfo(Value::Array { Value::Dictionary { { "s", schedule } } })), false },
         { "NotificationInUserInfo", archive(withUserInfo(sample())), false },
@@ -97,13 +92,9 @@ TEST(WhitelistedUnarchiveTest, AcceptsOnlyNotificationsMadeOfAllowedClasses)
         { "PlainValueInUnreadField",
             archive(std::make_shared<Forged>("LocalNotification", Value::Dictionary { { "extra", 5 } })),
             true },
-        { "Truncated", Bytes(whole.begin(), whole.begin() + 20), false },
-        { "Empty", Bytes {}, false },
     };
-    for (auto& c : cases) {
-        auto decoded = KTSLocalNotificationWhitelistedUnarchiveFromData(c.data);
-        EXPECT_EQ(decoded != nullptr, c.accepted) << c.name;
-    }
+    for (auto& c : cases)
+        EXPECT_EQ(KTSLocalNotificationWhitelistedUnarchiveFromData(c.data) != nullptr, c.accepted) << c.name;
     auto decoded = KTSLocalNotificationWhitelistedUnarchiveFromData(archive(sample()));
     ASSERT_TRUE(decoded);
     EXPECT_TRUE(decoded->isEqual(*sample()));
@@ -122,7 +113,6 @@ TEST(FetchRequestTest, RoundTrips)
     };
     std::shared_ptr<KTSNotificationScheduleFetchRequest> requests[] = {
         make(std::nullopt, std::nullopt, 0, false),
-        make(Date(10), std::nullopt, 5, true),
         make(std::nullopt, Date(-20.5), 1, false),
         make(Date(1), Date(2), std::numeric_limits<uint64_t>::max(), true),
     };
