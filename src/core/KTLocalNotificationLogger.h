@@ -1,22 +1,18 @@
 #pragma once
 
-#include "core/KTLevelLogger.h"
+#include "core/KTNotificationLogger.h"
 
-#include <memory>
+#include <tessel/Tessel.h>
 
 namespace tessel {
 
-// Diagnostics of the local notification subsystem, gated by KTLocalNotificationLoggingLevel.
-class KTLocalNotificationLogger final : public KTLevelLogger {
-public:
-    KTLocalNotificationLogger();
+using KTLocalNotificationLogger = KTNotificationLogger<KTLocalNotificationLoggingLevel>;
 
-    std::string name() const override { return "KTLocalNotificationLog"; }
-    std::string logPreferenceName() const override { return "KTLocalNotificationLogging"; }
+template <> inline std::string KTLocalNotificationLogger::name() const { return "KTLocalNotificationLog"; }
 
-    // The logger registered at start, if any; log sites write through it.
-    static std::shared_ptr<KTLocalNotificationLogger> registeredLogger();
-    static void setRegisteredLogger(std::shared_ptr<KTLocalNotificationLogger> logger);
-};
+template <> inline std::string KTLocalNotificationLogger::logPreferenceName() const
+{
+    return KTLocalNotificationLoggingPreferenceKey;
+}
 
 } // namespace tessel

@@ -6,6 +6,11 @@
 #include <atomic>
 #include <tessel/Tessel.h>
 
+extern "C" {
+int32_t KTRemoteNotificationLoggingLevel = tessel::KTLevelLogger::levelOff;
+int32_t KTLocalNotificationLoggingLevel = tessel::KTLevelLogger::levelOff;
+}
+
 namespace tessel {
 
 namespace {

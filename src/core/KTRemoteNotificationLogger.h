@@ -1,22 +1,18 @@
 #pragma once
 
-#include "core/KTLevelLogger.h"
+#include "core/KTNotificationLogger.h"
 
-#include <memory>
+#include <tessel/Tessel.h>
 
 namespace tessel {
 
-// Diagnostics of the remote notification subsystem, gated by KTRemoteNotificationLoggingLevel.
-class KTRemoteNotificationLogger final : public KTLevelLogger {
-public:
-    KTRemoteNotificationLogger();
+using KTRemoteNotificationLogger = KTNotificationLogger<KTRemoteNotificationLoggingLevel>;
 
-    std::string name() const override { return "KTRemoteNotificationLog"; }
-    std::string logPreferenceName() const override { return "KTRemoteNotificationLogging"; }
+template <> inline std::string KTRemoteNotificationLogger::name() const { return "KTRemoteNotificationLog"; }
 
-    // The logger registered at start, if any; log sites write through it.
-    static std::shared_ptr<KTRemoteNotificationLogger> registeredLogger();
-    static void setRegisteredLogger(std::shared_ptr<KTRemoteNotificationLogger> logger);
-};
+template <> inline std::string KTRemoteNotificationLogger::logPreferenceName() const
+{
+    return KTRemoteNotificationLoggingPreferenceKey;
+}
 
 } // namespace tessel

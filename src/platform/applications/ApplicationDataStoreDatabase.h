@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/files/SqliteDatabase.h"
 #include "platform/foundation/Value.h"
 #include "platform/logging/SystemLog.h"
 
@@ -10,9 +11,6 @@
 #include <string>
 #include <string_view>
 #include <vector>
-
-struct sqlite3;
-struct sqlite3_stmt;
 
 namespace tessel {
 
@@ -37,15 +35,13 @@ public:
     // Identifiers and keys are names, not payloads.
     static constexpr size_t maximumNameLength = 4096;
     static constexpr size_t maximumValueLength = 16 * 1024 * 1024;
-    static constexpr int busyTimeoutMilliseconds = 5000;
 
     // Messages go to log; without one, to the installed platform's system log.
     explicit ApplicationDataStoreDatabase(std::string path, std::shared_ptr<SystemLog> log = nullptr);
-    ~ApplicationDataStoreDatabase();
     ApplicationDataStoreDatabase(const ApplicationDataStoreDatabase&) = delete;
     ApplicationDataStoreDatabase& operator=(const ApplicationDataStoreDatabase&) = delete;
 
-    const std::string& path() const { return _path; }
+    const std::string& path() const { return _database.path(); }
 
     // Absent when there is no such entry or it cannot be read.
     std::optional<Entry> entry(std::string_view bundleIdentifier, std::string_view key);
@@ -60,23 +56,13 @@ public:
     void log(LogPriority priority, std::string_view message) const;
 
 private:
-    enum Statement { Select, Upsert, Delete, ListIdentifiers, StatementCount };
+    enum Statement { Select, Upsert, Delete, ListIdentifiers };
 
-    bool openLocked();
-    bool openAndCheck(std::string& reason, bool& damaged);
-    void closeLocked();
-    void moveDamagedFileAside();
-    sqlite3_stmt* statementLocked(Statement which);
-    // Logs a failed call; a damaged database is closed so that the next use
-    // reopens it and, if it still fails its check, replaces it.
-    void failed(std::string_view operation, int code);
     bool checkNames(std::string_view bundleIdentifier, std::string_view key, std::string_view operation);
 
-    const std::string _path;
     const std::shared_ptr<SystemLog> _log;
     std::mutex _lock;
-    sqlite3* _database = nullptr;
-    sqlite3_stmt* _statements[StatementCount] = {};
+    SqliteDatabase _database;
 };
 
 } // namespace tessel

@@ -33,6 +33,24 @@ namespace {
         });
     }
 
+    // Problems are logged when a bundle is first read, not on every rescan.
+    bool isUsableIdentifier(const std::string& identifier, const std::string& path, bool fresh)
+    {
+        if (identifier.empty()) {
+            if (fresh)
+                Platform::log(
+                    LogPriority::Warning, "Skipping application bundle " + path + ": no identifier");
+            return false;
+        }
+        if (!DirectoryApplicationWorkspace::isAcceptableIdentifier(identifier)) {
+            if (fresh)
+                Platform::log(LogPriority::Warning,
+                    "Skipping application bundle " + path + ": unusable identifier \"" + identifier + "\"");
+            return false;
+        }
+        return true;
+    }
+
 } // namespace
 
 DirectoryApplicationWorkspace::DirectoryApplicationWorkspace(
@@ -112,139 +130,174 @@ void DirectoryApplicationWorkspace::rescan()
         Platform::log(LogPriority::Error, "Cannot scan applications: " + error);
         return;
     }
-
-    std::map<std::string, Entry, std::less<>> previous;
+    Applications previous;
     {
         std::lock_guard lock(_lock);
         previous = _applications;
     }
+    auto candidates = scanBundles(*names);
+    Records installed;
+    auto applications = chooseApplications(candidates, previous, installed);
+    auto uninstalled = uninstalledSince(previous, applications);
+    notify(replaceApplications(std::move(applications)), installed, uninstalled);
+}
 
-    struct Candidate {
-        std::string path;
-        std::shared_ptr<Bundle> bundle;
-        bool fresh;
-    };
-    std::map<std::string, std::vector<Candidate>> candidates;
+DirectoryApplicationWorkspace::Candidates DirectoryApplicationWorkspace::scanBundles(
+    const std::vector<std::string>& names)
+{
+    Candidates candidates;
     std::map<std::string, ScannedBundle> scanned;
-    for (const auto& name : *names) {
+    for (const auto& name : names) {
         if (name.front() == '.' || Path::extension(name) != Bundle::bundleExtension)
             continue;
-        auto path = Path::appendingComponent(_applicationsDirectory, name);
-        // The manifest alone tells whether a bundle changed: installers replace
-        // bundles whole, and a stat per bundle is most of what a rescan costs.
-        ScannedBundle current {
-            .manifestIdentity
-            = FileManager::identityOfItemAtPath(Path::appendingComponent(path, Bundle::manifestFileName)),
-        };
-        if (!current.manifestIdentity) {
-            bool isDirectory = false;
-            if (!FileManager::fileExistsAtPath(path, &isDirectory) || !isDirectory)
-                continue;
-        }
-        auto known = _scanned.find(path);
-        bool fresh = known == _scanned.end() || known->second.manifestIdentity != current.manifestIdentity;
-        // An unreadable directory reads as a bundle without a manifest and is skipped below.
-        current.bundle = fresh ? std::make_shared<Bundle>(path) : known->second.bundle;
-        auto bundle = current.bundle;
-        scanned.emplace(path, std::move(current));
-        if (!bundle)
+        auto candidate = scanBundle(Path::appendingComponent(_applicationsDirectory, name), scanned);
+        if (!candidate)
             continue;
-        auto identifier = bundle->bundleIdentifier();
-        // Problems are logged when a bundle is first read, not on every rescan.
-        if (identifier.empty()) {
-            if (fresh)
-                Platform::log(
-                    LogPriority::Warning, "Skipping application bundle " + path + ": no identifier");
-            continue;
-        }
-        if (!isAcceptableIdentifier(identifier)) {
-            if (fresh)
-                Platform::log(LogPriority::Warning,
-                    "Skipping application bundle " + path + ": unusable identifier \"" + identifier + "\"");
-            continue;
-        }
-        candidates[identifier].push_back({ path, bundle, fresh });
-    }
-
-    std::map<std::string, Entry, std::less<>> applications;
-    std::vector<std::shared_ptr<ApplicationProxy>> installed;
-    // A stat is much cheaper than a mkdir that fails (no lock on the parent),
-    // and most containers exist.
-    auto createContainer = [this](const std::string& path, std::string& error) {
-        bool isDirectory = false;
-        if (FileManager::fileExistsAtPath(path, &isDirectory) && isDirectory)
-            return true;
-        return FileManager::createDirectoryAtPath(_containersDirectory, true, &error)
-            && (FileManager::createDirectoryAtPath(path, false, &error)
-                || (FileManager::fileExistsAtPath(path, &isDirectory) && isDirectory));
-    };
-    for (auto& [identifier, bundles] : candidates) {
-        auto old = previous.find(identifier);
-        // The bundle that already had the identifier keeps it; otherwise the first by name.
-        auto winner = bundles.begin();
-        if (old != previous.end()) {
-            auto same = std::find_if(bundles.begin(), bundles.end(), [&](const Candidate& candidate) {
-                return candidate.path == old->second.bundle->bundlePath();
-            });
-            if (same != bundles.end())
-                winner = same;
-        }
-        for (auto other = bundles.begin(); other != bundles.end(); ++other) {
-            if (other != winner && (other->fresh || winner->fresh))
-                Platform::log(LogPriority::Warning,
-                    "Skipping application bundle " + other->path + ": \"" + identifier + "\" is already at "
-                        + winner->path);
-        }
-        const auto& bundle = winner->bundle;
-        const auto& info = bundle->infoDictionary();
-
-        bool isNew = old == previous.end();
-        std::string container;
-        if (isNew || old->second.bundle != bundle) {
-            container = Path::appendingComponent(_containersDirectory, identifier);
-            if (!createContainer(container, error)) {
-                Platform::log(LogPriority::Error, "No data container for " + identifier + ": " + error);
-                container.clear();
-            }
-        } else {
-            container = old->second.record->dataContainerPath();
-        }
-        const auto& entitlements = info[Bundle::entitlementsKey];
-        auto record = std::make_shared<ApplicationProxy>(ApplicationProxy::Fields {
-            .bundleIdentifier = identifier,
-            .applicationType = info[Bundle::applicationTypeKey].stringValue() == "System" ? "System" : "User",
-            .bundlePath = bundle->bundlePath(),
-            .dataContainerPath = std::move(container),
-            .localizedName = bundle->localizedDisplayName(),
-            .entitlements = entitlements.isDictionary() ? entitlements : Value(Value::Dictionary {}),
-        });
-        if (!isNew && old->second.bundle == bundle && sameRecord(*old->second.record, *record)) {
-            record = old->second.record;
-        } else {
-            installed.push_back(record);
-        }
-        applications.emplace(identifier, Entry { std::move(record), bundle });
-    }
-
-    std::vector<std::shared_ptr<ApplicationProxy>> uninstalled;
-    for (const auto& [identifier, entry] : previous) {
-        if (!applications.contains(identifier))
-            uninstalled.push_back(uninstalledCopy(*entry.record));
+        auto identifier = candidate->bundle->bundleIdentifier();
+        if (isUsableIdentifier(identifier, candidate->path, candidate->fresh))
+            candidates[identifier].push_back(std::move(*candidate));
     }
     _scanned = std::move(scanned);
+    return candidates;
+}
 
-    std::vector<std::shared_ptr<ApplicationWorkspaceObserver>> observers;
-    {
-        std::lock_guard lock(_lock);
-        _applications = std::move(applications);
-        std::erase_if(_observers, [&observers](const auto& weak) {
-            auto strong = weak.lock();
-            if (!strong)
-                return true;
-            observers.push_back(std::move(strong));
-            return false;
-        });
+// Reads the bundle at path again only when its manifest changed, and records it in scanned.
+std::optional<DirectoryApplicationWorkspace::Candidate> DirectoryApplicationWorkspace::scanBundle(
+    const std::string& path, std::map<std::string, ScannedBundle>& scanned) const
+{
+    // The manifest alone tells whether a bundle changed: installers replace
+    // bundles whole, and a stat per bundle is most of what a rescan costs.
+    ScannedBundle current {
+        .manifestIdentity
+        = FileManager::identityOfItemAtPath(Path::appendingComponent(path, Bundle::manifestFileName)),
+    };
+    if (!current.manifestIdentity) {
+        bool isDirectory = false;
+        if (!FileManager::fileExistsAtPath(path, &isDirectory) || !isDirectory)
+            return std::nullopt;
     }
+    auto known = _scanned.find(path);
+    bool fresh = known == _scanned.end() || known->second.manifestIdentity != current.manifestIdentity;
+    // An unreadable directory reads as a bundle without a manifest and is skipped later.
+    current.bundle = fresh ? std::make_shared<Bundle>(path) : known->second.bundle;
+    auto bundle = current.bundle;
+    scanned.emplace(path, std::move(current));
+    if (!bundle)
+        return std::nullopt;
+    return Candidate { path, std::move(bundle), fresh };
+}
+
+DirectoryApplicationWorkspace::Applications DirectoryApplicationWorkspace::chooseApplications(
+    const Candidates& candidates, const Applications& previous, Records& installed) const
+{
+    Applications applications;
+    for (const auto& [identifier, bundles] : candidates) {
+        auto old = previous.find(identifier);
+        const Entry* oldEntry = old == previous.end() ? nullptr : &old->second;
+        const auto& bundle = chooseBundle(identifier, bundles, oldEntry).bundle;
+        auto record = makeRecord(identifier, bundle, oldEntry);
+        if (oldEntry && oldEntry->bundle == bundle && sameRecord(*oldEntry->record, *record))
+            record = oldEntry->record;
+        else
+            installed.push_back(record);
+        applications.emplace(identifier, Entry { std::move(record), bundle });
+    }
+    return applications;
+}
+
+// The bundle that already had the identifier keeps it; otherwise the first by name.
+const DirectoryApplicationWorkspace::Candidate& DirectoryApplicationWorkspace::chooseBundle(
+    const std::string& identifier, const std::vector<Candidate>& bundles, const Entry* previous)
+{
+    auto winner = bundles.begin();
+    if (previous) {
+        auto same = std::find_if(bundles.begin(), bundles.end(),
+            [&](const Candidate& candidate) { return candidate.path == previous->bundle->bundlePath(); });
+        if (same != bundles.end())
+            winner = same;
+    }
+    for (auto other = bundles.begin(); other != bundles.end(); ++other) {
+        if (other != winner && (other->fresh || winner->fresh))
+            Platform::log(LogPriority::Warning,
+                "Skipping application bundle " + other->path + ": \"" + identifier + "\" is already at "
+                    + winner->path);
+    }
+    return *winner;
+}
+
+std::shared_ptr<ApplicationProxy> DirectoryApplicationWorkspace::makeRecord(
+    const std::string& identifier, const std::shared_ptr<Bundle>& bundle, const Entry* previous) const
+{
+    const auto& info = bundle->infoDictionary();
+    auto container = dataContainer(identifier, bundle, previous);
+    const auto& entitlements = info[Bundle::entitlementsKey];
+    return std::make_shared<ApplicationProxy>(ApplicationProxy::Fields {
+        .bundleIdentifier = identifier,
+        .applicationType = info[Bundle::applicationTypeKey].stringValue() == "System" ? "System" : "User",
+        .bundlePath = bundle->bundlePath(),
+        .dataContainerPath = std::move(container),
+        .localizedName = bundle->localizedDisplayName(),
+        .entitlements = entitlements.isDictionary() ? entitlements : Value(Value::Dictionary {}),
+    });
+}
+
+// An unchanged bundle keeps its container; a new or replaced one has it made.
+std::string DirectoryApplicationWorkspace::dataContainer(
+    const std::string& identifier, const std::shared_ptr<Bundle>& bundle, const Entry* previous) const
+{
+    if (previous && previous->bundle == bundle)
+        return previous->record->dataContainerPath();
+    auto container = Path::appendingComponent(_containersDirectory, identifier);
+    std::string error;
+    if (createContainer(container, error))
+        return container;
+    Platform::log(LogPriority::Error, "No data container for " + identifier + ": " + error);
+    return {};
+}
+
+// A stat is much cheaper than a mkdir that fails (no lock on the parent), and
+// most containers exist.
+bool DirectoryApplicationWorkspace::createContainer(const std::string& path, std::string& error) const
+{
+    bool isDirectory = false;
+    if (FileManager::fileExistsAtPath(path, &isDirectory) && isDirectory)
+        return true;
+    return FileManager::createDirectoryAtPath(_containersDirectory, true, &error)
+        && (FileManager::createDirectoryAtPath(path, false, &error)
+            || (FileManager::fileExistsAtPath(path, &isDirectory) && isDirectory));
+}
+
+DirectoryApplicationWorkspace::Records DirectoryApplicationWorkspace::uninstalledSince(
+    const Applications& previous, const Applications& current)
+{
+    Records uninstalled;
+    for (const auto& [identifier, entry] : previous) {
+        if (!current.contains(identifier))
+            uninstalled.push_back(uninstalledCopy(*entry.record));
+    }
+    return uninstalled;
+}
+
+// Answers the observers still alive, forgetting the others.
+DirectoryApplicationWorkspace::Observers DirectoryApplicationWorkspace::replaceApplications(
+    Applications applications)
+{
+    Observers observers;
+    std::lock_guard lock(_lock);
+    _applications = std::move(applications);
+    std::erase_if(_observers, [&observers](const auto& weak) {
+        auto strong = weak.lock();
+        if (!strong)
+            return true;
+        observers.push_back(std::move(strong));
+        return false;
+    });
+    return observers;
+}
+
+void DirectoryApplicationWorkspace::notify(
+    const Observers& observers, const Records& installed, const Records& uninstalled)
+{
     // One line per scan: a first scan may find hundreds.
     if (!installed.empty() || !uninstalled.empty())
         Platform::log(LogPriority::Info,

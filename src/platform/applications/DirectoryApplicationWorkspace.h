@@ -48,12 +48,37 @@ private:
         std::shared_ptr<ApplicationProxy> record;
         std::shared_ptr<Bundle> bundle;
     };
+    using Applications = std::map<std::string, Entry, std::less<>>;
+    using Records = std::vector<std::shared_ptr<ApplicationProxy>>;
+    using Observers = std::vector<std::shared_ptr<ApplicationWorkspaceObserver>>;
     struct ScannedBundle {
         std::shared_ptr<Bundle> bundle;
         std::optional<FileManager::FileIdentity> manifestIdentity;
     };
+    struct Candidate {
+        std::string path;
+        std::shared_ptr<Bundle> bundle;
+        bool fresh; // read on this scan
+    };
+    // Bundles that claim an identifier, by identifier.
+    using Candidates = std::map<std::string, std::vector<Candidate>>;
 
-    std::shared_ptr<Bundle> loadBundle(const std::string& path);
+    // The steps of a rescan, in order.
+    Candidates scanBundles(const std::vector<std::string>& names);
+    std::optional<Candidate> scanBundle(
+        const std::string& path, std::map<std::string, ScannedBundle>& scanned) const;
+    Applications chooseApplications(
+        const Candidates& candidates, const Applications& previous, Records& installed) const;
+    static const Candidate& chooseBundle(
+        const std::string& identifier, const std::vector<Candidate>& bundles, const Entry* previous);
+    std::shared_ptr<ApplicationProxy> makeRecord(
+        const std::string& identifier, const std::shared_ptr<Bundle>& bundle, const Entry* previous) const;
+    std::string dataContainer(
+        const std::string& identifier, const std::shared_ptr<Bundle>& bundle, const Entry* previous) const;
+    bool createContainer(const std::string& path, std::string& error) const;
+    static Records uninstalledSince(const Applications& previous, const Applications& current);
+    Observers replaceApplications(Applications applications);
+    static void notify(const Observers& observers, const Records& installed, const Records& uninstalled);
 
     const std::string _applicationsDirectory;
     const std::string _containersDirectory;
@@ -64,7 +89,7 @@ private:
     std::map<std::string, ScannedBundle> _scanned;
 
     std::mutex _lock;
-    std::map<std::string, Entry, std::less<>> _applications;
+    Applications _applications;
     std::vector<std::weak_ptr<ApplicationWorkspaceObserver>> _observers;
 };
 

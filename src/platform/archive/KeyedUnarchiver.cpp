@@ -1,13 +1,13 @@
 #include "platform/archive/KeyedUnarchiver.h"
 
 #include "platform/archive/KeyedArchive.h"
+#include "platform/archive/PlistChildren.h"
 #include "platform/archive/PropertyList.h"
 
 #include <array>
 #include <cstdlib>
 #include <cstring>
 #include <limits>
-#include <memory>
 #include <plist/plist.h>
 
 namespace tessel {
@@ -127,50 +127,29 @@ namespace {
         {
             if (depth >= PropertyList::maximumDepth)
                 return fail("archive nested too deeply");
-            Value::Array array;
-            array.reserve(plist_array_get_size(node));
-            // plist_array_get_item walks the child list from the start on parsed arrays.
-            plist_array_iter iterator = nullptr;
-            plist_array_new_iter(node, &iterator);
-            std::unique_ptr<void, decltype(&free)> owner(iterator, &free);
-            while (true) {
-                plist_t child = nullptr;
-                plist_array_next_item(node, iterator, &child);
-                if (!child)
-                    return Value(std::move(array));
-                auto element = decode(child, depth + 1);
-                if (!element)
-                    return std::nullopt;
-                array.push_back(std::move(*element));
-            }
+            return PlistChildren::decodeArray(node, [&](plist_t child) { return decode(child, depth + 1); });
         }
 
         // Iterates a dictionary's items with their keys.
         class Items {
         public:
             Items(plist_t dictionary, KeyCache& keys)
-                : _dictionary(dictionary)
+                : _children(dictionary)
                 , _keys(keys)
             {
-                plist_dict_new_iter(dictionary, &_iterator);
             }
-            ~Items() { free(_iterator); }
-            Items(const Items&) = delete;
-            Items& operator=(const Items&) = delete;
 
             // key stays valid until the next dictionary is read.
             bool next(const std::string*& key, plist_t& value)
             {
-                value = nullptr;
-                plist_dict_next_item(_dictionary, _iterator, nullptr, &value);
+                value = _children.next();
                 key = value ? _keys.lookup(plist_dict_item_get_key(value), _position++) : nullptr;
                 return value && key;
             }
 
         private:
-            plist_t _dictionary;
+            PlistChildren _children;
             KeyCache& _keys;
-            plist_dict_iter _iterator = nullptr;
             size_t _position = 0;
         };
 

@@ -1,5 +1,6 @@
 #include "platform/archive/PropertyList.h"
 
+#include "platform/archive/PlistChildren.h"
 #include "platform/foundation/Utf8.h"
 
 #include <algorithm>
@@ -144,52 +145,21 @@ namespace {
         return dictionary;
     }
 
-    std::optional<Value> arrayFromNode(plist_t node, int depth)
-    {
-        Value::Array array;
-        array.reserve(plist_array_get_size(node));
-        // plist_array_get_item walks the child list from the start on parsed arrays.
-        plist_array_iter iterator = nullptr;
-        plist_array_new_iter(node, &iterator);
-        std::unique_ptr<void, decltype(&free)> owner(iterator, &free);
-        while (true) {
-            plist_t child = nullptr;
-            plist_array_next_item(node, iterator, &child);
-            if (!child)
-                return Value(std::move(array));
-            auto element = PropertyList::fromNode(child, depth + 1);
-            if (!element)
-                return std::nullopt;
-            array.push_back(std::move(*element));
-        }
-    }
-
     std::optional<Value> dictionaryFromNode(plist_t node, int depth)
     {
         Value::Dictionary dictionary;
-        plist_dict_iter iterator = nullptr;
-        plist_dict_new_iter(node, &iterator);
-        std::optional<Value> result;
-        while (true) {
+        PlistChildren children(node);
+        while (plist_t child = children.next()) {
             char* key = nullptr;
-            plist_t child = nullptr;
-            plist_dict_next_item(node, iterator, &key, &child);
-            if (!child) {
-                free(key);
-                result = Value(std::move(dictionary));
-                break;
-            }
+            plist_get_key_val(plist_dict_item_get_key(child), &key);
+            std::unique_ptr<char, decltype(&free)> owner(key, &free);
             auto element = PropertyList::fromNode(child, depth + 1);
-            if (!element || !key) {
-                free(key);
-                break;
-            }
+            if (!element || !key)
+                return std::nullopt;
             // Keys come in the order they were written, usually sorted.
             dictionary.insert_or_assign(dictionary.end(), std::string(key), std::move(*element));
-            free(key);
         }
-        free(iterator);
-        return result;
+        return Value(std::move(dictionary));
     }
 
     constexpr int structureDepthLimit = PropertyList::maximumDepth + PropertyList::nestingAllowance;
@@ -537,7 +507,8 @@ std::optional<Value> PropertyList::fromNode(const void* constNode, int depth)
     case PLIST_DATE:
         return Value(dateFromNode(node));
     case PLIST_ARRAY:
-        return arrayFromNode(node, depth);
+        return PlistChildren::decodeArray(
+            node, [depth](plist_t child) { return fromNode(child, depth + 1); });
     case PLIST_DICT:
         return dictionaryFromNode(node, depth);
     default:

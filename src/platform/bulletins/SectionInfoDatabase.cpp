@@ -1,11 +1,8 @@
 #include "platform/bulletins/SectionInfoDatabase.h"
 
 #include "platform/Platform.h"
-#include "platform/files/FileManager.h"
-#include "platform/files/Path.h"
 #include "platform/foundation/Format.h"
 
-#include <cstdio>
 #include <sqlite3.h>
 
 namespace tessel {
@@ -28,68 +25,40 @@ namespace {
     // Only bits 0-5 of push settings mean anything.
     constexpr uint64_t pushSettingsMask = 63;
 
-    bool isDamage(int code)
-    {
-        int primary = code & 0xff;
-        return primary == SQLITE_CORRUPT || primary == SQLITE_NOTADB;
-    }
-
-    class Statement {
-    public:
-        Statement(sqlite3* database, const std::string& sql)
-        {
-            _code = sqlite3_prepare_v2(database, sql.c_str(), -1, &_statement, nullptr);
-        }
-        ~Statement() { sqlite3_finalize(_statement); }
-        Statement(const Statement&) = delete;
-        Statement& operator=(const Statement&) = delete;
-
-        int code() const { return _code; }
-        sqlite3_stmt* get() const { return _statement; }
-
-    private:
-        sqlite3_stmt* _statement = nullptr;
-        int _code;
-    };
-
-    void bindSectionID(sqlite3_stmt* statement, std::string_view sectionID)
-    {
-        static const char empty = 0;
-        sqlite3_bind_blob64(
-            statement, 1, sectionID.empty() ? &empty : sectionID.data(), sectionID.size(), SQLITE_STATIC);
-    }
-
     // A row is whatever the file holds: the identifier's length is checked and
     // the numbers are kept to what a record can mean.
-    std::optional<SectionInfo> rowSectionInfo(sqlite3_stmt* statement)
+    std::optional<SectionInfo> rowSectionInfo(const SqliteStatement& row)
     {
-        auto bytes = static_cast<const char*>(sqlite3_column_blob(statement, 0));
-        auto length = static_cast<size_t>(sqlite3_column_bytes(statement, 0));
-        if (length > SectionInfoDatabase::maximumSectionIDLength)
+        auto sectionID = row.columnBytes(0);
+        if (sectionID.size() > SectionInfoDatabase::maximumSectionIDLength)
             return std::nullopt;
         SectionInfo info;
-        info.sectionID = length ? std::string(bytes, length) : std::string();
-        info.sectionType = sqlite3_column_int64(statement, 1);
-        info.allowsNotifications = sqlite3_column_int64(statement, 2) != 0;
-        info.pushSettings = static_cast<uint64_t>(sqlite3_column_int64(statement, 3)) & pushSettingsMask;
-        info.alertType = sqlite3_column_int64(statement, 4);
-        info.showsInLockScreen = sqlite3_column_int64(statement, 5) != 0;
-        info.showsInNotificationCentre = sqlite3_column_int64(statement, 6) != 0;
+        info.sectionID = sectionID;
+        info.sectionType = row.columnInt64(1);
+        info.allowsNotifications = row.columnInt64(2) != 0;
+        info.pushSettings = static_cast<uint64_t>(row.columnInt64(3)) & pushSettingsMask;
+        info.alertType = row.columnInt64(4);
+        info.showsInLockScreen = row.columnInt64(5) != 0;
+        info.showsInNotificationCentre = row.columnInt64(6) != 0;
         return info;
     }
 
 } // namespace
 
 SectionInfoDatabase::SectionInfoDatabase(std::string path, std::shared_ptr<SystemLog> log)
-    : _path(std::move(path))
-    , _log(std::move(log))
+    : _log(std::move(log))
+    , _database({
+          .path = std::move(path),
+          .name = "SectionInfoDatabase",
+          .schema = schema,
+          .statements = {
+              format("SELECT %s FROM section_info WHERE section_id = ?1", columns),
+              format("SELECT %s FROM section_info ORDER BY section_id", columns),
+              format("INSERT OR REPLACE INTO section_info (%s) VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7)", columns),
+          },
+          .report = [this](std::string_view message, bool) { this->log(LogPriority::Error, message); },
+      })
 {
-}
-
-SectionInfoDatabase::~SectionInfoDatabase()
-{
-    std::lock_guard lock(_lock);
-    closeLocked();
 }
 
 void SectionInfoDatabase::log(LogPriority priority, std::string_view message) const
@@ -100,62 +69,20 @@ void SectionInfoDatabase::log(LogPriority priority, std::string_view message) co
         Platform::log(priority, message);
 }
 
-bool SectionInfoDatabase::openLocked()
-{
-    if (_database)
-        return true;
-    FileManager::createDirectoryAtPath(Path::deletingLastComponent(_path), true);
-    int code = sqlite3_open_v2(
-        _path.c_str(), &_database, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX, nullptr);
-    if (code == SQLITE_OK) {
-        sqlite3_busy_timeout(_database, busyTimeoutMilliseconds);
-        for (const char* sql : { "PRAGMA journal_mode = WAL", "PRAGMA synchronous = FULL", schema }) {
-            if ((code = sqlite3_exec(_database, sql, nullptr, nullptr, nullptr)) != SQLITE_OK)
-                break;
-        }
-    }
-    if (code == SQLITE_OK)
-        return true;
-    log(LogPriority::Error,
-        format("SectionInfoDatabase: cannot open %s: %s (%d)", _path,
-            _database ? sqlite3_errmsg(_database) : sqlite3_errstr(code), code));
-    closeLocked();
-    return false;
-}
-
-void SectionInfoDatabase::closeLocked()
-{
-    if (_database) {
-        sqlite3_close_v2(_database);
-        _database = nullptr;
-    }
-}
-
-void SectionInfoDatabase::failed(std::string_view operation, int code)
-{
-    log(LogPriority::Error,
-        format("SectionInfoDatabase: %s failed in %s: %s (%d)", operation, _path,
-            _database ? sqlite3_errmsg(_database) : sqlite3_errstr(code), code));
-    if (isDamage(code))
-        closeLocked();
-}
-
 std::optional<SectionInfo> SectionInfoDatabase::sectionInfo(std::string_view sectionID)
 {
     std::lock_guard lock(_lock);
-    if (sectionID.size() > maximumSectionIDLength || !openLocked())
+    if (sectionID.size() > maximumSectionIDLength)
         return std::nullopt;
-    Statement statement(_database, format("SELECT %s FROM section_info WHERE section_id = ?1", columns));
-    if (statement.code() != SQLITE_OK) {
-        failed("read", statement.code());
+    auto statement = _database.statement(Select, "read");
+    if (!statement)
         return std::nullopt;
-    }
-    bindSectionID(statement.get(), sectionID);
-    int code = sqlite3_step(statement.get());
+    statement.bindBytes(1, sectionID);
+    int code = statement.step();
     if (code == SQLITE_ROW)
-        return rowSectionInfo(statement.get());
+        return rowSectionInfo(statement);
     if (code != SQLITE_DONE)
-        failed("read", code);
+        _database.failed("read", code);
     return std::nullopt;
 }
 
@@ -163,20 +90,16 @@ std::vector<SectionInfo> SectionInfoDatabase::allSectionInfos()
 {
     std::lock_guard lock(_lock);
     std::vector<SectionInfo> infos;
-    if (!openLocked())
+    auto statement = _database.statement(SelectAll, "list");
+    if (!statement)
         return infos;
-    Statement statement(_database, format("SELECT %s FROM section_info ORDER BY section_id", columns));
-    if (statement.code() != SQLITE_OK) {
-        failed("list", statement.code());
-        return infos;
-    }
     int code;
-    while ((code = sqlite3_step(statement.get())) == SQLITE_ROW) {
-        if (auto info = rowSectionInfo(statement.get()))
+    while ((code = statement.step()) == SQLITE_ROW) {
+        if (auto info = rowSectionInfo(statement))
             infos.push_back(std::move(*info));
     }
     if (code != SQLITE_DONE) {
-        failed("list", code);
+        _database.failed("list", code);
         infos.clear();
     }
     return infos;
@@ -191,24 +114,19 @@ bool SectionInfoDatabase::setSectionInfo(const SectionInfo& info)
                 info.sectionID.size()));
         return false;
     }
-    if (!openLocked())
+    auto statement = _database.statement(Replace, "write");
+    if (!statement)
         return false;
-    Statement statement(_database,
-        format("INSERT OR REPLACE INTO section_info (%s) VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7)", columns));
-    if (statement.code() != SQLITE_OK) {
-        failed("write", statement.code());
-        return false;
-    }
-    bindSectionID(statement.get(), info.sectionID);
-    sqlite3_bind_int64(statement.get(), 2, info.sectionType);
-    sqlite3_bind_int64(statement.get(), 3, info.allowsNotifications);
-    sqlite3_bind_int64(statement.get(), 4, static_cast<int64_t>(info.pushSettings & pushSettingsMask));
-    sqlite3_bind_int64(statement.get(), 5, info.alertType);
-    sqlite3_bind_int64(statement.get(), 6, info.showsInLockScreen);
-    sqlite3_bind_int64(statement.get(), 7, info.showsInNotificationCentre);
-    int code = sqlite3_step(statement.get());
+    statement.bindBytes(1, info.sectionID);
+    statement.bindInt64(2, info.sectionType);
+    statement.bindInt64(3, info.allowsNotifications);
+    statement.bindInt64(4, static_cast<int64_t>(info.pushSettings & pushSettingsMask));
+    statement.bindInt64(5, info.alertType);
+    statement.bindInt64(6, info.showsInLockScreen);
+    statement.bindInt64(7, info.showsInNotificationCentre);
+    int code = statement.step();
     if (code != SQLITE_DONE) {
-        failed("write", code);
+        _database.failed("write", code);
         return false;
     }
     return true;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/bulletins/SectionInfo.h"
+#include "platform/files/SqliteDatabase.h"
 #include "platform/logging/SystemLog.h"
 
 #include <memory>
@@ -9,8 +10,6 @@
 #include <string>
 #include <string_view>
 #include <vector>
-
-struct sqlite3;
 
 namespace tessel {
 
@@ -23,10 +22,8 @@ namespace tessel {
 class SectionInfoDatabase {
 public:
     static constexpr size_t maximumSectionIDLength = 4096;
-    static constexpr int busyTimeoutMilliseconds = 5000;
 
     explicit SectionInfoDatabase(std::string path, std::shared_ptr<SystemLog> log = nullptr);
-    ~SectionInfoDatabase();
     SectionInfoDatabase(const SectionInfoDatabase&) = delete;
     SectionInfoDatabase& operator=(const SectionInfoDatabase&) = delete;
 
@@ -36,15 +33,14 @@ public:
     bool setSectionInfo(const SectionInfo& sectionInfo);
 
 private:
-    bool openLocked();
-    void closeLocked();
-    void failed(std::string_view operation, int code);
+    // Indices into the statements given to _database.
+    enum Statement { Select, SelectAll, Replace };
+
     void log(LogPriority priority, std::string_view message) const;
 
-    const std::string _path;
     const std::shared_ptr<SystemLog> _log;
     std::mutex _lock;
-    sqlite3* _database = nullptr;
+    SqliteDatabase _database;
 };
 
 } // namespace tessel
