@@ -43,7 +43,7 @@ std::shared_ptr<Bundle> kt_bundle(const ApplicationProxy& application)
 Value kt_infoDictionary(const ApplicationProxy& application)
 {
     auto bundle = kt_bundle(application);
-    return bundle ? bundle->infoDictionary() : Value();
+    return bundle ? bundle->infoDictionary() : application.infoDictionary();
 }
 
 bool kt_requiresLocalNotification(const ApplicationProxy& application)

@@ -21,7 +21,7 @@ std::shared_ptr<Bundle> kt_bundleForBundleIdentifier(const std::string& bundleId
 bool kt_isSystemApplication(const ApplicationProxy& application);
 // Null when the record has no bundle location.
 std::shared_ptr<Bundle> kt_bundle(const ApplicationProxy& application);
-// Null when there is no bundle.
+// The bundle's manifest; without a bundle, the record's own info dictionary.
 Value kt_infoDictionary(const ApplicationProxy& application);
 bool kt_requiresLocalNotification(const ApplicationProxy& application);
 bool kt_usesLocalNotification(const ApplicationProxy& application);

@@ -22,6 +22,11 @@ public:
         std::string localizedName;
         // Dictionary of entitlement name to value.
         Value entitlements;
+        // The manifest keys of an application without a bundle; a bundle's
+        // manifest is read from the bundle instead.
+        Value infoDictionary;
+        // A themed icon name or an absolute path; empty when none.
+        std::string iconName;
     };
 
     explicit ApplicationProxy(Fields fields)
@@ -41,6 +46,8 @@ public:
     const std::string& localizedName() const { return _fields.localizedName; }
     const Value& entitlements() const { return _fields.entitlements; }
     const Value& entitlementValueForKey(std::string_view key) const { return _fields.entitlements[key]; }
+    const Value& infoDictionary() const { return _fields.infoDictionary; }
+    const std::string& iconName() const { return _fields.iconName; }
 
 private:
     Fields _fields;

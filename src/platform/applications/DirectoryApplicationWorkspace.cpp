@@ -17,7 +17,8 @@ namespace {
         return a.bundleIdentifier() == b.bundleIdentifier() && a.isInstalled() == b.isInstalled()
             && a.applicationType() == b.applicationType() && a.bundlePath() == b.bundlePath()
             && a.dataContainerPath() == b.dataContainerPath() && a.localizedName() == b.localizedName()
-            && a.entitlements() == b.entitlements();
+            && a.entitlements() == b.entitlements() && a.infoDictionary() == b.infoDictionary()
+            && a.iconName() == b.iconName();
     }
 
     std::shared_ptr<ApplicationProxy> uninstalledCopy(const ApplicationProxy& record)
@@ -30,6 +31,8 @@ namespace {
             .dataContainerPath = record.dataContainerPath(),
             .localizedName = record.localizedName(),
             .entitlements = record.entitlements(),
+            .infoDictionary = record.infoDictionary(),
+            .iconName = record.iconName(),
         });
     }
 
@@ -55,6 +58,14 @@ namespace {
 
 DirectoryApplicationWorkspace::DirectoryApplicationWorkspace(
     std::string applicationsDirectory, std::string containersDirectory)
+    : DirectoryApplicationWorkspace(
+        std::move(applicationsDirectory), std::move(containersDirectory), DeferFirstScan {})
+{
+    rescan();
+}
+
+DirectoryApplicationWorkspace::DirectoryApplicationWorkspace(
+    std::string applicationsDirectory, std::string containersDirectory, DeferFirstScan)
     : _applicationsDirectory(std::move(applicationsDirectory))
     , _containersDirectory(std::move(containersDirectory))
 {
@@ -63,7 +74,6 @@ DirectoryApplicationWorkspace::DirectoryApplicationWorkspace(
     if (!(FileManager::fileExistsAtPath(_applicationsDirectory, &isDirectory) && isDirectory)
         && !FileManager::createDirectoryAtPath(_applicationsDirectory, true, &error))
         Platform::log(LogPriority::Error, "Applications directory unusable: " + error);
-    rescan();
 }
 
 DirectoryApplicationWorkspace::~DirectoryApplicationWorkspace() = default;
@@ -137,7 +147,7 @@ void DirectoryApplicationWorkspace::rescan()
     }
     auto candidates = scanBundles(*names);
     Records installed;
-    auto applications = chooseApplications(candidates, previous, installed);
+    auto applications = chooseApplications(candidates, scanBundlelessApplications(), previous, installed);
     auto uninstalled = uninstalledSince(previous, applications);
     notify(replaceApplications(std::move(applications)), installed, uninstalled);
 }
@@ -188,19 +198,36 @@ std::optional<DirectoryApplicationWorkspace::Candidate> DirectoryApplicationWork
 }
 
 DirectoryApplicationWorkspace::Applications DirectoryApplicationWorkspace::chooseApplications(
-    const Candidates& candidates, const Applications& previous, Records& installed) const
+    const Candidates& candidates, std::vector<ApplicationProxy::Fields> bundleless,
+    const Applications& previous, Records& installed) const
 {
+    auto previousEntry = [&previous](const std::string& identifier) -> const Entry* {
+        auto old = previous.find(identifier);
+        return old == previous.end() ? nullptr : &old->second;
+    };
     Applications applications;
     for (const auto& [identifier, bundles] : candidates) {
-        auto old = previous.find(identifier);
-        const Entry* oldEntry = old == previous.end() ? nullptr : &old->second;
+        const Entry* oldEntry = previousEntry(identifier);
         const auto& bundle = chooseBundle(identifier, bundles, oldEntry).bundle;
-        auto record = makeRecord(identifier, bundle, oldEntry);
-        if (oldEntry && oldEntry->bundle == bundle && sameRecord(*oldEntry->record, *record))
-            record = oldEntry->record;
+        applications.emplace(identifier, Entry { makeRecord(identifier, bundle, oldEntry), bundle });
+    }
+    for (auto& fields : bundleless) {
+        auto identifier = fields.bundleIdentifier;
+        if (!isAcceptableIdentifier(identifier) || applications.contains(identifier))
+            continue;
+        fields.installed = true;
+        fields.bundlePath.clear();
+        fields.dataContainerPath = dataContainer(identifier, nullptr, previousEntry(identifier));
+        applications.emplace(
+            identifier, Entry { std::make_shared<ApplicationProxy>(std::move(fields)), nullptr });
+    }
+    // Unchanged applications keep their record objects and go unannounced.
+    for (auto& [identifier, entry] : applications) {
+        const Entry* oldEntry = previousEntry(identifier);
+        if (oldEntry && oldEntry->bundle == entry.bundle && sameRecord(*oldEntry->record, *entry.record))
+            entry.record = oldEntry->record;
         else
-            installed.push_back(record);
-        applications.emplace(identifier, Entry { std::move(record), bundle });
+            installed.push_back(entry.record);
     }
     return applications;
 }
@@ -241,7 +268,8 @@ std::shared_ptr<ApplicationProxy> DirectoryApplicationWorkspace::makeRecord(
     });
 }
 
-// An unchanged bundle keeps its container; a new or replaced one has it made.
+// An unchanged bundle, or a bundleless application that stays one, keeps its
+// container; otherwise it is made.
 std::string DirectoryApplicationWorkspace::dataContainer(
     const std::string& identifier, const std::shared_ptr<Bundle>& bundle, const Entry* previous) const
 {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/applications/ApplicationProxy.h"
 #include "platform/applications/ApplicationWorkspace.h"
 #include "platform/files/FileManager.h"
 
@@ -14,8 +15,9 @@ namespace tessel {
 class Bundle;
 
 // The registry over a directory of bundle directories ("<name>.tapp"), each
-// application's data container at "<containers>/<identifier>". rescan() is how
-// it learns of changes; something else (a directory watcher, an installer)
+// application's data container at "<containers>/<identifier>", plus the
+// applications without a bundle that a subclass supplies. rescan() is how it
+// learns of changes; something else (a directory watcher, an installer)
 // decides when to call it. See docs/bundles.md for the rules.
 class DirectoryApplicationWorkspace : public ApplicationWorkspace {
 public:
@@ -43,9 +45,23 @@ public:
     // Usable as a file name under the containers directory.
     static bool isAcceptableIdentifier(std::string_view identifier);
 
+protected:
+    // For a subclass whose scanBundlelessApplications() needs its own members:
+    // the subclass calls rescan() once they are ready.
+    struct DeferFirstScan { };
+    DirectoryApplicationWorkspace(
+        std::string applicationsDirectory, std::string containersDirectory, DeferFirstScan);
+
+    // Applications without a bundle, asked for on every rescan (never two at
+    // once). Each gets a data container like a bundle's; a bundle with the same
+    // identifier wins, as does an earlier record, and an identifier unusable as
+    // a file name is dropped.
+    virtual std::vector<ApplicationProxy::Fields> scanBundlelessApplications() { return {}; }
+
 private:
     struct Entry {
         std::shared_ptr<ApplicationProxy> record;
+        // Null for a bundleless application.
         std::shared_ptr<Bundle> bundle;
     };
     using Applications = std::map<std::string, Entry, std::less<>>;
@@ -67,8 +83,9 @@ private:
     Candidates scanBundles(const std::vector<std::string>& names);
     std::optional<Candidate> scanBundle(
         const std::string& path, std::map<std::string, ScannedBundle>& scanned) const;
-    Applications chooseApplications(
-        const Candidates& candidates, const Applications& previous, Records& installed) const;
+    Applications chooseApplications(const Candidates& candidates,
+        std::vector<ApplicationProxy::Fields> bundleless, const Applications& previous,
+        Records& installed) const;
     static const Candidate& chooseBundle(
         const std::string& identifier, const std::vector<Candidate>& bundles, const Entry* previous);
     std::shared_ptr<ApplicationProxy> makeRecord(

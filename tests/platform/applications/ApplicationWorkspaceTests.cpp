@@ -1,3 +1,4 @@
+#include "core/KTApplicationProxyAdditions.h"
 #include "platform/applications/ApplicationProxy.h"
 #include "platform/applications/Bundle.h"
 #include "platform/archive/PropertyList.h"
@@ -279,12 +280,64 @@ TEST_F(ApplicationWorkspaceTest, ConcurrentLookupsWhileRescanning)
     EXPECT_EQ(observer->uninstalls.size(), 20u);
 }
 
+void writeDesktopEntry(const std::string& path, const std::string& keys)
+{
+    auto text = "[Desktop Entry]\nType=Application\n" + keys + "\n";
+    ASSERT_TRUE(FileManager::createDirectoryAtPath(Path::deletingLastComponent(path), true));
+    ASSERT_TRUE(FileManager::writeAtomically(path, text.data(), text.size(), nullptr, false));
+}
+
+TEST(LinuxApplicationWorkspace, DesktopEntriesAreApplicationsWithoutBundles)
+{
+    SimulatedDevice device;
+    TemporaryDirectory directory;
+    auto user = directory / "user", system = directory / "system";
+    writeDesktopEntry(user + "/org.example.Mail.desktop",
+        "Name=User Mail\nIcon=mail\nX-Tessel-Entitlements=push\nX-Tessel-VYAppUsesLocalNotifications=true");
+    writeDesktopEntry(system + "/org.example.Mail.desktop", "Name=System Mail");
+    writeDesktopEntry(user + "/org.example.Gone.desktop", "Hidden=true");
+    writeDesktopEntry(system + "/org.example.Gone.desktop", "Name=Gone");
+    writeDesktopEntry(system + "/kde/org.example.Edit.desktop", "Name=Edit");
+    writeDesktopEntry(system + "/org.example.Bundled.desktop", "Name=Entry");
+    writeDesktopEntry(system + "/Broken.desktop", "Name=Broken\n[Desktop Entry]");
+    writeBundle(directory / "apps/Bundled.tapp", "org.example.Bundled");
+    LinuxApplicationWorkspace workspace(directory / "apps", directory / "containers", { user, system });
+
+    // The first directory decides an id, hidden or not; a bundle beats an entry.
+    EXPECT_EQ(identifiers(workspace.allInstalledApplications()),
+        (Names { "kde-org.example.Edit", "org.example.Bundled", "org.example.Mail" }));
+    EXPECT_EQ(workspace.applicationProxyForIdentifier("org.example.Bundled")->bundlePath(),
+        directory / "apps/Bundled.tapp");
+    auto mail = workspace.applicationProxyForIdentifier("org.example.Mail");
+    EXPECT_EQ(mail->localizedName(), "User Mail");
+    EXPECT_EQ(mail->iconName(), "mail");
+    EXPECT_TRUE(mail->bundlePath().empty());
+    EXPECT_EQ(mail->dataContainerPath(), directory / "containers/org.example.Mail");
+    EXPECT_TRUE(FileManager::fileExistsAtPath(mail->dataContainerPath()));
+    EXPECT_EQ(mail->entitlements(), Value(Value::Dictionary { { "push", true } }));
+    EXPECT_TRUE(kt_usesLocalNotification(*mail));
+
+    auto observer = std::make_shared<RecordingObserver>();
+    workspace.addObserver(observer);
+    ASSERT_TRUE(FileManager::removeItemAtPath(system + "/kde"));
+    writeDesktopEntry(user + "/org.example.New.desktop", "Name=New");
+    workspace.rescan();
+    workspace.rescan();
+    ASSERT_EQ(observer->installs.size(), 1u);
+    EXPECT_EQ(identifiers(observer->installs[0]), Names { "org.example.New" });
+    ASSERT_EQ(observer->uninstalls.size(), 1u);
+    EXPECT_EQ(identifiers(observer->uninstalls[0]), Names { "kde-org.example.Edit" });
+    EXPECT_EQ(workspace.applicationProxyForIdentifier("org.example.Mail"), mail);
+    EXPECT_EQ(device.systemLog().count("Skipping desktop entry " + system + "/Broken.desktop"), 1u);
+}
+
 TEST(LinuxApplicationWorkspace, WatcherNoticesBundlesCopiedInAndRemoved)
 {
     SimulatedDevice device;
     TemporaryDirectory applications;
+    TemporaryDirectory entries;
     ASSERT_EQ(setenv("TESSEL_APPS_DIR", applications.path().c_str(), 1), 0);
-    auto workspace = LinuxApplicationWorkspace::make(device.libraryDirectory());
+    auto workspace = LinuxApplicationWorkspace::make(device.libraryDirectory(), { entries.path() });
     unsetenv("TESSEL_APPS_DIR");
     ASSERT_EQ(workspace->applicationsDirectory(), applications.path());
     ASSERT_TRUE(workspace->isWatching());
@@ -302,6 +355,10 @@ TEST(LinuxApplicationWorkspace, WatcherNoticesBundlesCopiedInAndRemoved)
     ASSERT_TRUE(observer->waitFor(1, 1));
     EXPECT_EQ(identifiers(observer->uninstalls.back()), Names { "com.example.copied" });
     EXPECT_FALSE(workspace->applicationProxyForIdentifier("com.example.copied"));
+
+    writeDesktopEntry(entries / "com.example.entry.desktop", "Name=Entry");
+    ASSERT_TRUE(observer->waitFor(2, 1));
+    EXPECT_EQ(identifiers(observer->installs.back()), Names { "com.example.entry" });
 }
 
 } // namespace
