@@ -28,14 +28,16 @@ inline Value::Dictionary storedRecord(double seconds, Value message = "Hello")
     return record;
 }
 
-inline std::string identifierOf(const Value::Dictionary& record)
+inline std::string identifierOf(const Value& record)
 {
-    return KTNotificationStore::uniqueIdentifierForNotification(Value(record)).value_or("");
+    return KTNotificationStore::uniqueIdentifierForNotification(record).value_or("");
 }
 
 // One application's provider hosted by the simulated bulletin service.
 class ProviderTest : public ::testing::Test {
 protected:
+    using Kind = SimulatedBulletinService::Event::Kind;
+
     void TearDown() override
     {
         if (provider)
@@ -60,6 +62,14 @@ protected:
             Path::appendingComponent(directory, std::string(app) + ".pushstore"), *data));
     }
 
+    // A remote notification saved the way the push server saves one.
+    void save(const std::string& message)
+    {
+        KTNotificationStore::sharedInstance()->saveRemoteNotificationWithTitle(
+            {}, message, {}, {}, {}, {}, {}, {}, app);
+        device.waitUntilIdle();
+    }
+
     // What the store tells its observers after a write of its own.
     void announceChange()
     {
@@ -72,29 +82,22 @@ protected:
         return KTNotificationStore::sharedInstance()->savedNotificationsForBundleID(app).arrayValue();
     }
 
-    std::vector<SimulatedBulletinService::Event> events(SimulatedBulletinService::Event::Kind kind)
+    std::vector<SimulatedBulletinService::Event> events(Kind kind)
     {
-        std::vector<SimulatedBulletinService::Event> matching;
-        for (auto& event : service.events(app)) {
-            if (event.kind == kind)
-                matching.push_back(event);
-        }
-        return matching;
+        auto all = service.events(app);
+        std::erase_if(all, [&](const auto& event) { return event.kind != kind; });
+        return all;
     }
-    std::vector<std::string> withdrawn()
+    // The publisher bulletin identifiers of the events of one kind, in order.
+    std::vector<std::string> bulletinIDs(Kind kind)
     {
         std::vector<std::string> identifiers;
-        for (auto& event : events(SimulatedBulletinService::Event::Kind::Withdraw))
+        for (auto& event : events(kind))
             identifiers.push_back(event.publisherBulletinID);
         return identifiers;
     }
-    std::vector<std::string> added()
-    {
-        std::vector<std::string> identifiers;
-        for (auto& event : events(SimulatedBulletinService::Event::Kind::Add))
-            identifiers.push_back(event.publisherBulletinID);
-        return identifiers;
-    }
+    std::vector<std::string> added() { return bulletinIDs(Kind::Add); }
+    std::vector<std::string> withdrawn() { return bulletinIDs(Kind::Withdraw); }
 
     SimulatedDevice device;
     std::shared_ptr<WorkQueue> queue = WorkQueue::create("com.tamber.KTDefaultDataProviderFactory");

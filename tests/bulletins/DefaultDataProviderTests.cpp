@@ -1,7 +1,6 @@
 #include "bulletins/BulletinTestSupport.h"
 
 #include "platform/applications/ApplicationDataStore.h"
-#include "platform/events/NotificationCenter.h"
 #include "platform/records/NotificationSettings.h"
 #include "platform/sim/CapturedSystemLog.h"
 #include "platform/sim/SimulatedSystemService.h"
@@ -15,223 +14,163 @@ using namespace tessel::testing;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::UnorderedElementsAre;
-using Kind = SimulatedBulletinService::Event::Kind;
 
 namespace {
 
-// Records to bulletins
-
-struct RecordCase {
-    const char* name;
-    Value record;
-    bool hasBulletin = true;
-    std::optional<std::string> message;
-    std::optional<BulletinSound> sound;
-    Value::Dictionary context;
-    int64_t attachment = BulletinRequest::AttachmentTypeNone;
-};
-
-Value::Dictionary with(Value::Dictionary record, std::initializer_list<std::pair<const char*, Value>> values)
+Value::Dictionary with(Value::Dictionary record, const Value::Dictionary& values)
 {
     for (const auto& [key, value] : values)
         record.insert_or_assign(key, value);
     return record;
 }
 
-Value::Dictionary without(Value::Dictionary record, const char* key)
-{
-    record.erase(key);
-    return record;
-}
+// Records to bulletins
 
 const Value::Dictionary remoteContext { { BulletinContextNotificationTypeKey,
     kKTNotificationStoreNotificationTypeRemote } };
 
-class RecordToBulletin : public ProviderTest, public ::testing::WithParamInterface<RecordCase> { };
+struct RecordCase {
+    const char* name;
+    // Added to a remote record with the message "Hello".
+    Value::Dictionary fields;
+    std::optional<BulletinSound> sound = std::nullopt;
+    Value::Dictionary context = remoteContext;
+    std::optional<std::string> message = "Hello";
+    std::optional<std::string> actionText = std::nullopt;
+    int64_t attachment = BulletinRequest::AttachmentTypeNone;
+};
 
-TEST_P(RecordToBulletin, Builds)
+TEST_F(ProviderTest, RecordsBecomeBulletins)
 {
-    host();
-    const auto& expected = GetParam();
-    auto bulletin = provider->_bulletinForNotification(expected.record);
-    ASSERT_EQ(bulletin.has_value(), expected.hasBulletin);
-    if (!bulletin)
-        return;
-    EXPECT_EQ(bulletin->message, expected.message);
-    EXPECT_EQ(bulletin->sound, expected.sound);
-    EXPECT_EQ(Value(bulletin->context), Value(expected.context));
-    EXPECT_EQ(bulletin->primaryAttachmentType, expected.attachment);
-    // What the service hands back later names the record the way the store does.
-    auto identifier = KTNotificationStore::uniqueIdentifierForNotification(expected.record);
-    EXPECT_EQ(bulletin->publisherBulletinID, identifier);
-    EXPECT_EQ(bulletin->recordID, identifier);
-    EXPECT_EQ(bulletin->date, expected.record[KTNotificationStoreCreationDateKey].dateValue());
-    EXPECT_EQ(bulletin->section, app);
-}
-
-INSTANTIATE_TEST_SUITE_P(Cases, RecordToBulletin,
-    ::testing::Values(
-        RecordCase { "DefaultSoundSentinel",
-            with(storedRecord(10), { { KTNotificationStoreSoundKey, kKTNotificationStoreSoundDefault } }),
-            true, "Hello", BulletinSound::systemSound(1015, 1), remoteContext },
-        RecordCase { "RingtoneFlagTakesTheSentinelAsAName",
-            with(storedRecord(10),
-                { { KTNotificationStoreSoundKey, kKTNotificationStoreSoundDefault },
-                    { KTNotificationStoreSoundIsRingtoneKey, true } }),
-            true, "Hello", BulletinSound::ringtone(kKTNotificationStoreSoundDefault, {}, false),
-            remoteContext },
-        RecordCase { "RingtoneFlagOff",
-            with(storedRecord(10),
-                { { KTNotificationStoreSoundKey, "/sounds/chime.caf" },
-                    { KTNotificationStoreSoundIsRingtoneKey, false } }),
-            true, "Hello", BulletinSound::systemSoundPath("/sounds/chime.caf", 1), remoteContext },
-        RecordCase { "SoundPath",
-            with(storedRecord(10), { { KTNotificationStoreSoundKey, "/sounds/chime.caf" } }), true, "Hello",
-            BulletinSound::systemSoundPath("/sounds/chime.caf", 1), remoteContext },
-        RecordCase {
-            "NoDateNoBulletin", without(storedRecord(10), KTNotificationStoreCreationDateKey), false },
-        RecordCase { "DateOfAnotherTypeNoBulletin",
-            with(storedRecord(10), { { KTNotificationStoreCreationDateKey, "yesterday" } }), false },
-        RecordCase { "NotADictionary", Value("AppNotificationMessage"), false },
-        RecordCase { "MessageOfAnotherTypeIsNoMessage",
-            with(storedRecord(10), { { KTNotificationStoreMessageKey, 42 } }), true, std::nullopt,
-            std::nullopt, remoteContext },
-        RecordCase { "SoundOfAnotherTypeIsNoSound",
-            with(storedRecord(10), { { KTNotificationStoreSoundKey, 7 } }), true, "Hello", std::nullopt,
-            remoteContext },
-        RecordCase { "RemotePayloadAndLaunchImage",
-            with(storedRecord(10),
-                { { KTNotificationStoreUserInfoKey, Value::Dictionary { { "k", 1 } } },
-                    { KTNotificationStoreLaunchImageKey, "Launch" } }),
-            true, "Hello", std::nullopt,
+    const Value::Dictionary userInfo { { "k", 1 } };
+    const char *sound = KTNotificationStoreSoundKey, *ringtone = KTNotificationStoreSoundIsRingtoneKey,
+               *sentinel = kKTNotificationStoreSoundDefault;
+    const RecordCase cases[] = {
+        { "DefaultSoundSentinel", { { sound, sentinel } }, BulletinSound::systemSound(1015, 1) },
+        { "RingtoneFlagTakesTheSentinelAsAName", { { sound, sentinel }, { ringtone, true } },
+            BulletinSound::ringtone(sentinel, {}, false) },
+        { "RingtoneFlagOffIsASoundPath", { { sound, "/sounds/chime.caf" }, { ringtone, false } },
+            BulletinSound::systemSoundPath("/sounds/chime.caf", 1) },
+        { "MessageAndSoundOfAnotherTypeAreLeftOut", { { KTNotificationStoreMessageKey, 42 }, { sound, 7 } },
+            {}, remoteContext, {} },
+        { "ActionTextTitlesTheDefaultActionAndUnlockLabel", { { KTNotificationStoreActionTextKey, "Reply" } },
+            {}, remoteContext, "Hello", "Reply" },
+        { "RemotePayloadLaunchImageAndImage",
+            { { KTNotificationStoreUserInfoKey, userInfo }, { KTNotificationStoreLaunchImageKey, "Launch" },
+                { KTNotificationStoreImageURLKey, "file:///tmp/a.png" } },
+            {},
             with(remoteContext,
-                { { BulletinContextRemoteNotificationKey, Value::Dictionary { { "k", 1 } } },
-                    { BulletinContextLaunchImageKey, "Launch" } }) },
-        RecordCase { "LocalRecordKeepsItsDetailsButNotItsUserInfo",
-            with(storedRecord(10),
-                { { KTNotificationStoreNotificationTypeKey, kKTNotificationStoreNotificationTypeLocal },
-                    { KTNotificationStoreUserInfoKey, Value::Dictionary { { "k", 1 } } },
-                    { KTNotificationStoreLocalNotificationDataKey, Value::data("abc", 3) } }),
-            true, "Hello", std::nullopt,
+                { { BulletinContextRemoteNotificationKey, userInfo },
+                    { BulletinContextLaunchImageKey, "Launch" } }),
+            "Hello", {}, BulletinRequest::AttachmentTypeImage },
+        { "LocalRecordKeepsItsDetailsButNotItsUserInfo",
+            { { KTNotificationStoreNotificationTypeKey, kKTNotificationStoreNotificationTypeLocal },
+                { KTNotificationStoreUserInfoKey, userInfo },
+                { KTNotificationStoreLocalNotificationDataKey, Value::data("abc", 3) } },
+            {},
             { { BulletinContextNotificationTypeKey, kKTNotificationStoreNotificationTypeLocal },
                 { BulletinContextLocalNotificationKey, Value::data("abc", 3) } } },
-        RecordCase { "ImageReferenceMarksAnAttachment",
-            with(storedRecord(10), { { KTNotificationStoreImageURLKey, "file:///tmp/a.png" } }), true,
-            "Hello", std::nullopt, remoteContext, BulletinRequest::AttachmentTypeImage }),
-    [](const auto& info) { return std::string(info.param.name); });
-
-TEST_F(ProviderTest, ActionTextTitlesTheDefaultActionAndUnlockLabel)
-{
+    };
     host();
-    auto plain = provider->_bulletinForNotification(storedRecord(10));
-    ASSERT_TRUE(plain && plain->defaultAction);
-    EXPECT_EQ(plain->defaultAction->launchBundleID, app);
-    EXPECT_FALSE(plain->defaultAction->appearance);
-    EXPECT_FALSE(plain->unlockActionLabel);
-
-    auto titled = provider->_bulletinForNotification(
-        with(storedRecord(10), { { KTNotificationStoreActionTextKey, "Reply" } }));
-    ASSERT_TRUE(titled && titled->defaultAction && titled->defaultAction->appearance);
-    EXPECT_EQ(titled->defaultAction->appearance->title, "Reply");
-    EXPECT_EQ(titled->unlockActionLabel, "Reply");
+    for (const auto& expected : cases) {
+        SCOPED_TRACE(expected.name);
+        auto record = with(storedRecord(10), expected.fields);
+        auto bulletin = provider->_bulletinForNotification(record);
+        ASSERT_TRUE(bulletin);
+        EXPECT_EQ(bulletin->message, expected.message);
+        EXPECT_EQ(bulletin->sound, expected.sound);
+        EXPECT_EQ(Value(bulletin->context), Value(expected.context));
+        EXPECT_EQ(bulletin->primaryAttachmentType, expected.attachment);
+        ASSERT_TRUE(bulletin->defaultAction);
+        EXPECT_EQ(bulletin->defaultAction->launchBundleID, app);
+        EXPECT_EQ(bulletin->defaultAction->appearance,
+            expected.actionText ? std::optional(ActionAppearance { *expected.actionText }) : std::nullopt);
+        EXPECT_EQ(bulletin->unlockActionLabel, expected.actionText);
+        // What the service hands back later names the record the way the store does.
+        EXPECT_EQ(bulletin->publisherBulletinID, identifierOf(record));
+        EXPECT_EQ(bulletin->recordID, identifierOf(record));
+        EXPECT_EQ(bulletin->date, Date(10));
+        EXPECT_EQ(bulletin->section, app);
+    }
 }
 
 // Presenting changes
 
-TEST_F(ProviderTest, PresentsOnlyWhatArrivesAfterItStarted)
-{
-    auto store = KTNotificationStore::sharedInstance();
-    store->saveRemoteNotificationWithTitle({}, "before", {}, {}, {}, {}, {}, {}, app);
-    host();
-    device.waitUntilIdle();
-    EXPECT_THAT(added(), IsEmpty());
+const Value a(storedRecord(1, "a")), b(storedRecord(2, "b")), c(storedRecord(3, "c")),
+    d(storedRecord(4, "d")), e(storedRecord(5, "e"));
 
-    device.advance(1);
-    store->saveRemoteNotificationWithTitle("Title", "after", {}, {}, {}, {}, {}, {}, app);
-    device.waitUntilIdle();
-    auto adds = events(Kind::Add);
-    ASSERT_EQ(adds.size(), 1u);
-    EXPECT_EQ(adds[0].bulletin->message, "after");
-    EXPECT_EQ(adds[0].interrupt, true);
-    EXPECT_FALSE(adds[0].destinations);
-    EXPECT_THAT(withdrawn(), IsEmpty());
+std::vector<std::string> identifiersOf(const Value::Array& records)
+{
+    std::vector<std::string> identifiers;
+    for (const auto& record : records)
+        identifiers.push_back(identifierOf(record));
+    return identifiers;
 }
 
-TEST_F(ProviderTest, SoundOnlyRecordsGoToDestinationsAndSilentOnesOnlySetTheBadge)
+TEST_F(ProviderTest, StoreChangesPresentOnlyTheDifference)
+{
+    // The store's lists (newest first) one after another, and what each change presents and withdraws.
+    struct Step {
+        Value::Array store, added, withdrawn;
+    };
+    struct {
+        const char* name;
+        std::vector<Step> steps;
+    } cases[] = {
+        { "OldestFirstAndWithdrawsWhatLeft",
+            { { { b, a }, {}, {} }, { { c, b }, { c }, { a } }, { { e, d, c, b }, { d, e }, {} } } },
+        // A second record that names itself the same way is a new one.
+        { "DuplicatesCountOneByOne", { { { a }, {}, {} }, { { a, a }, { a }, {} }, { { a }, {}, { a } } } },
+        { "EntriesThatCannotBeBulletinsAreSkipped",
+            { { {}, {}, {} },
+                { { Value("junk"), Value::Dictionary { { KTNotificationStoreMessageKey, "undated" } },
+                      with(storedRecord(3), { { KTNotificationStoreCreationDateKey, 12 } }), Value(7), e },
+                    { e }, {} } } },
+    };
+    host();
+    for (const auto& [name, steps] : cases) {
+        for (size_t i = 0; i < steps.size(); ++i) {
+            SCOPED_TRACE(std::string(name) + ", step " + std::to_string(i));
+            writeStore(steps[i].store);
+            announceChange();
+            // The first step only sets the scene.
+            if (i > 0) {
+                EXPECT_EQ(added(), identifiersOf(steps[i].added));
+                EXPECT_EQ(withdrawn(), identifiersOf(steps[i].withdrawn));
+            }
+            service.clearEvents(app);
+        }
+    }
+}
+
+TEST_F(ProviderTest, MessagesInterruptSoundsGoToDestinationsAndSilentRecordsOnlyBadge)
 {
     host();
+    auto message = storedRecord(19, "after");
     auto soundOnly
         = with(storedRecord(20, {}), { { KTNotificationStoreSoundKey, kKTNotificationStoreSoundDefault } });
     auto badgeOnly = with(storedRecord(21, {}), { { KTNotificationStoreBadgeNumberKey, 3 } });
-    writeStore({ badgeOnly, soundOnly });
+    writeStore({ badgeOnly, soundOnly, message });
     announceChange();
 
     auto adds = events(Kind::Add);
-    ASSERT_EQ(adds.size(), 1u);
-    EXPECT_EQ(adds[0].publisherBulletinID, identifierOf(soundOnly));
-    EXPECT_EQ(adds[0].destinations, BulletinDestinations::Default);
-    EXPECT_FALSE(adds[0].interrupt);
+    ASSERT_EQ(adds.size(), 2u);
+    EXPECT_EQ(adds[0].bulletin->message, "after");
+    EXPECT_EQ(adds[0].interrupt, true);
+    EXPECT_FALSE(adds[0].destinations);
+    EXPECT_EQ(adds[1].publisherBulletinID, identifierOf(soundOnly));
+    EXPECT_EQ(adds[1].destinations, BulletinDestinations::Default);
+    EXPECT_FALSE(adds[1].interrupt);
     EXPECT_EQ(device.systemService().badgeValue(app), Value(3));
 
     // Remembered, so neither is presented nor badged again.
     announceChange();
-    EXPECT_EQ(events(Kind::Add).size(), 1u);
+    EXPECT_EQ(events(Kind::Add).size(), 2u);
     EXPECT_EQ(device.systemService().badgeHistory().size(), 1u);
 }
 
-TEST_F(ProviderTest, PresentsOldestFirstAndWithdrawsWhatLeftTheStore)
+TEST_F(ProviderTest, AClearedStoreIsWithdrawnAndInvalidatedOrDestroyedProvidersHearNothing)
 {
-    auto a = storedRecord(1, "a"), b = storedRecord(2, "b"), c = storedRecord(3, "c");
-    writeStore({ b, a });
-    host();
-    writeStore({ c, b });
-    announceChange();
-    EXPECT_THAT(added(), ElementsAre(identifierOf(c)));
-    EXPECT_THAT(withdrawn(), ElementsAre(identifierOf(a)));
-
-    service.clearEvents(app);
-    auto d = storedRecord(4, "d"), e = storedRecord(5, "e");
-    writeStore({ e, d, c, b });
-    announceChange();
-    EXPECT_THAT(added(), ElementsAre(identifierOf(d), identifierOf(e)));
-    EXPECT_THAT(withdrawn(), IsEmpty());
-}
-
-TEST_F(ProviderTest, CountsDuplicateIdentifiersOneByOne)
-{
-    auto record = storedRecord(1, "same");
-    writeStore({ record });
-    host();
-    // A second record that names itself the same way is a new one.
-    writeStore({ record, record });
-    announceChange();
-    EXPECT_THAT(added(), ElementsAre(identifierOf(record)));
-    EXPECT_THAT(withdrawn(), IsEmpty());
-
-    service.clearEvents(app);
-    writeStore({ record });
-    announceChange();
-    EXPECT_THAT(added(), IsEmpty());
-    EXPECT_THAT(withdrawn(), ElementsAre(identifierOf(record)));
-}
-
-TEST_F(ProviderTest, SkipsEntriesThatCannotBeBulletins)
-{
-    host();
-    auto good = storedRecord(5, "good");
-    writeStore({ Value("junk"), without(storedRecord(4, "undated"), KTNotificationStoreCreationDateKey),
-        with(storedRecord(3), { { KTNotificationStoreCreationDateKey, 12 } }), Value(7), good });
-    announceChange();
-    EXPECT_THAT(added(), ElementsAre(identifierOf(good)));
-    auto answer = service.requestBulletins(app, {});
-    ASSERT_TRUE(answer);
-    ASSERT_EQ(answer->size(), 1u);
-    EXPECT_EQ((*answer)[0].message, "good");
-}
-
-TEST_F(ProviderTest, StoreClearWithdrawsEverythingAndInvalidates)
-{
-    auto a = storedRecord(1, "a"), b = storedRecord(2, "b");
     writeStore({ b, a });
     host();
     KTNotificationStore::sharedInstance()->clearNotificationsForBundleID(app);
@@ -240,33 +179,23 @@ TEST_F(ProviderTest, StoreClearWithdrawsEverythingAndInvalidates)
     ASSERT_EQ(all.size(), 3u);
     EXPECT_THAT(withdrawn(), UnorderedElementsAre(identifierOf(a), identifierOf(b)));
     EXPECT_EQ(all.back().kind, Kind::Invalidate);
-}
 
-TEST_F(ProviderTest, InvalidatedProviderHearsNothingAndUninstallDropsTheStore)
-{
-    host();
+    service.clearEvents(app);
     provider->invalidate();
     EXPECT_FALSE(provider->proxy());
-    KTNotificationStore::sharedInstance()->saveRemoteNotificationWithTitle(
-        {}, "late", {}, {}, {}, {}, {}, {}, app);
-    device.waitUntilIdle();
+    save("late");
     EXPECT_THAT(service.events(app), IsEmpty());
-
     EXPECT_EQ(stored().size(), 1u);
     provider->uninstall();
     EXPECT_TRUE(KTNotificationStore::sharedInstance()->savedNotificationsForBundleID(app).isNull());
-}
 
-TEST_F(ProviderTest, DestroyedProviderLeavesTheStoreAlone)
-{
+    // Destroyed without being invalidated first: the store lets go of it.
     host();
     std::weak_ptr<KTDefaultDataProvider> weak = provider;
     service.removeDataProviderWithSectionID(app);
     provider.reset();
     EXPECT_TRUE(weak.expired());
-    KTNotificationStore::sharedInstance()->saveRemoteNotificationWithTitle(
-        {}, "late", {}, {}, {}, {}, {}, {}, app);
-    device.waitUntilIdle();
+    save("later");
     EXPECT_THAT(service.events(app), IsEmpty());
 }
 
@@ -276,62 +205,52 @@ std::shared_ptr<NotificationCategory> categoryWithActions(
     const std::string& identifier, int defaultCount, int minimalCount)
 {
     auto category = std::make_shared<NotificationCategory>(identifier);
-    NotificationActions defaults, minimal;
-    for (int i = 0; i < defaultCount; ++i)
-        defaults.push_back(
-            std::make_shared<NotificationAction>("d" + std::to_string(i), "D" + std::to_string(i)));
-    for (int i = 0; i < minimalCount; ++i)
-        minimal.push_back(
-            std::make_shared<NotificationAction>("m" + std::to_string(i), "M" + std::to_string(i)));
-    category->setActions(defaults, NotificationAction::ContextDefault);
-    category->setActions(minimal, NotificationAction::ContextMinimal);
+    for (auto [prefix, count, context] : { std::tuple("d", defaultCount, NotificationAction::ContextDefault),
+             std::tuple("m", minimalCount, NotificationAction::ContextMinimal) }) {
+        NotificationActions actions;
+        for (int i = 0; i < count; ++i)
+            actions.push_back(std::make_shared<NotificationAction>(prefix + std::to_string(i), "Title"));
+        category->setActions(actions, context);
+    }
     return category;
 }
 
-std::vector<std::string> identifiers(const std::vector<BulletinAction>& actions)
-{
-    std::vector<std::string> result;
-    for (const auto& action : actions)
-        result.push_back(action.identifier);
-    return result;
-}
-
-struct ActionCase {
-    const char* name;
-    int defaultCount;
-    int minimalCount;
-    std::vector<std::string> normal;
-    std::vector<std::string> compact;
-};
-
-class ActionLimits : public ProviderTest, public ::testing::WithParamInterface<ActionCase> { };
-
-TEST_P(ActionLimits, CutEachLayoutToItsContext)
+TEST_F(ProviderTest, ActionsAreCutToWhatEachLayoutHasRoomFor)
 {
     host();
-    const auto& expected = GetParam();
-    provider->setCategories({ categoryWithActions("other", 1, 1),
-        categoryWithActions("reply", expected.defaultCount, expected.minimalCount) });
-    auto bulletin = provider->_bulletinForNotification(
-        with(storedRecord(1), { { KTNotificationStoreCategoryKey, "reply" } }));
-    ASSERT_TRUE(bulletin);
-    EXPECT_EQ(
-        identifiers(bulletin->supplementaryActionsForLayout(BulletinRequest::LayoutNormal)), expected.normal);
-    EXPECT_EQ(identifiers(bulletin->supplementaryActionsForLayout(BulletinRequest::LayoutCompact)),
-        expected.compact);
+    auto identifiers = [](const std::vector<BulletinAction>& actions) {
+        std::vector<std::string> result;
+        for (const auto& action : actions)
+            result.push_back(action.identifier);
+        return result;
+    };
+    struct {
+        int defaultCount, minimalCount;
+        std::vector<std::string> normal, compact;
+    } cases[] = {
+        // Without minimal actions the first default ones stand in.
+        { 5, 0, { "d0", "d1", "d2", "d3" }, { "d0", "d1" } },
+        { 1, 0, { "d0" }, { "d0" } },
+        { 3, 3, { "d0", "d1", "d2" }, { "m0", "m1" } },
+        { 0, 1, {}, { "m0" } },
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(::testing::Message() << c.defaultCount << " default, " << c.minimalCount << " minimal");
+        provider->setCategories({ categoryWithActions("other", 1, 1),
+            categoryWithActions("reply", c.defaultCount, c.minimalCount) });
+        auto bulletin = provider->_bulletinForNotification(
+            with(storedRecord(1), { { KTNotificationStoreCategoryKey, "reply" } }));
+        ASSERT_TRUE(bulletin);
+        EXPECT_EQ(
+            identifiers(bulletin->supplementaryActionsForLayout(BulletinRequest::LayoutNormal)), c.normal);
+        EXPECT_EQ(
+            identifiers(bulletin->supplementaryActionsForLayout(BulletinRequest::LayoutCompact)), c.compact);
+    }
 }
 
-INSTANTIATE_TEST_SUITE_P(Cases, ActionLimits,
-    ::testing::Values(ActionCase { "FiveDefaultNoMinimal", 5, 0, { "d0", "d1", "d2", "d3" }, { "d0", "d1" } },
-        ActionCase { "OneDefaultNoMinimal", 1, 0, { "d0" }, { "d0" } },
-        ActionCase { "MinimalOfItsOwn", 3, 3, { "d0", "d1", "d2" }, { "m0", "m1" } },
-        ActionCase { "OnlyMinimal", 0, 1, {}, { "m0" } }, ActionCase { "None", 0, 0, {}, {} }),
-    [](const auto& info) { return std::string(info.param.name); });
-
-TEST_F(ProviderTest, ConvertsActionsForTheBulletinService)
+TEST_F(ProviderTest, CategoriesPersistAndTheirActionsAreConverted)
 {
     host();
-    auto category = std::make_shared<NotificationCategory>("mail");
     auto archive = std::make_shared<NotificationAction>("archive", "Archive");
     archive->setDestructive(true);
     archive->setActivationMode(NotificationAction::ActivationModeBackground);
@@ -342,54 +261,45 @@ TEST_F(ProviderTest, ConvertsActionsForTheBulletinService)
     auto odd = std::make_shared<NotificationAction>("odd", "Odd");
     odd->setActivationMode(7);
     odd->setBehavior(9);
-    category->setActions({ archive, reply, odd }, NotificationAction::ContextDefault);
-    provider->setCategories({ category });
+    auto mail = std::make_shared<NotificationCategory>("mail");
+    mail->setActions({ archive, reply, odd }, NotificationAction::ContextDefault);
+    provider->setCategories({ mail, mail });
 
-    auto bulletin = provider->_bulletinForNotification(
+    // Read back as the provider of the next start finds them.
+    auto next = std::make_shared<KTDefaultDataProvider>(app, "Example", queue);
+    ASSERT_EQ(next->categories().size(), 1u);
+    auto bulletin = next->_bulletinForNotification(
         with(storedRecord(1), { { KTNotificationStoreCategoryKey, "mail" } }));
+    next->invalidate();
     ASSERT_TRUE(bulletin);
-    const auto& actions = bulletin->supplementaryActionsForLayout(BulletinRequest::LayoutNormal);
-    ASSERT_EQ(actions.size(), 3u);
-    EXPECT_EQ(actions[0].appearance, (ActionAppearance { "Archive", ActionAppearance::StyleDestructive }));
-    EXPECT_EQ(actions[0].activationMode, BulletinAction::ActivationModeBackground);
-    EXPECT_TRUE(actions[0].authenticationRequired);
-    EXPECT_EQ(actions[1].appearance, (ActionAppearance { "Reply", ActionAppearance::StyleDefault }));
-    EXPECT_EQ(actions[1].behavior, BulletinAction::BehaviorTextInput);
-    EXPECT_EQ(Value(actions[1].behaviorParameters), Value(Value::Dictionary { { "submit", "Send" } }));
-    // Values the service does not know fall back to the plain ones.
-    EXPECT_EQ(actions[2].activationMode, BulletinAction::ActivationModeForeground);
-    EXPECT_EQ(actions[2].behavior, BulletinAction::BehaviorDefault);
-    for (const auto& action : actions)
-        EXPECT_EQ(action.launchBundleID, app);
-}
+    std::vector<BulletinAction> expected {
+        { .identifier = "archive",
+            .appearance = ActionAppearance { "Archive", ActionAppearance::StyleDestructive },
+            .launchBundleID = app,
+            .activationMode = BulletinAction::ActivationModeBackground,
+            .authenticationRequired = true },
+        { .identifier = "reply",
+            .appearance = ActionAppearance { "Reply" },
+            .launchBundleID = app,
+            .behavior = BulletinAction::BehaviorTextInput,
+            .behaviorParameters = { { "submit", "Send" } } },
+        // Values the service does not know fall back to the plain ones.
+        { .identifier = "odd", .appearance = ActionAppearance { "Odd" }, .launchBundleID = app },
+    };
+    EXPECT_TRUE(bulletin->supplementaryActionsForLayout(BulletinRequest::LayoutNormal) == expected)
+        << bulletin->description();
 
-TEST_F(ProviderTest, CategoriesPersistAndUnreadableOnesReadAsNone)
-{
-    host();
-    auto category = categoryWithActions("reply", 2, 1);
-    provider->setCategories({ category, categoryWithActions("reply", 2, 1) });
-    auto other = std::make_shared<KTDefaultDataProvider>(app, "Example", queue);
-    auto read = other->categories();
-    ASSERT_EQ(read.size(), 1u);
-    EXPECT_TRUE(read[0]->isEqual(*category));
-    other->invalidate();
-
+    // Unreadable ones read as none.
     auto dataStore = ApplicationDataStore::storeForApplication(app);
-    NotificationSettings::registerArchivableClasses();
-    for (const Value& wrong : { Value(category), Value("reply"), Value(Value::Array { Value("reply") }),
-             Value(Value::Array { Value(NotificationSettings::settingsForTypes(7, { category })) }) }) {
-        // As found on disk by the provider of the next start.
+    for (const Value& wrong : { Value(mail), Value(Value::Array { Value("mail") }),
+             Value(Value::Array { Value(NotificationSettings::settingsForTypes(7, { mail })) }) }) {
         ASSERT_TRUE(dataStore->setArchivedObject(wrong, KTDefaultDataProvider::categoriesKey));
-        auto next = std::make_shared<KTDefaultDataProvider>(app, "Example", queue);
+        next = std::make_shared<KTDefaultDataProvider>(app, "Example", queue);
         EXPECT_THAT(next->categories(), IsEmpty()) << wrong.description();
-        auto bulletin = next->_bulletinForNotification(
-            with(storedRecord(1), { { KTNotificationStoreCategoryKey, "reply" } }));
-        ASSERT_TRUE(bulletin);
-        EXPECT_THAT(bulletin->supplementaryActionsByLayout, IsEmpty());
         next->invalidate();
     }
     ASSERT_TRUE(dataStore->setObject(Value::data("\x01\x02", 2), KTDefaultDataProvider::categoriesKey));
-    auto next = std::make_shared<KTDefaultDataProvider>(app, "Example", queue);
+    next = std::make_shared<KTDefaultDataProvider>(app, "Example", queue);
     EXPECT_THAT(next->categories(), IsEmpty());
     next->invalidate();
     EXPECT_EQ(provider->categories().size(), 1u) << "the provider that wrote them keeps its own";
@@ -399,10 +309,9 @@ TEST_F(ProviderTest, CategoriesPersistAndUnreadableOnesReadAsNone)
 
 TEST_F(ProviderTest, RequestAnswers)
 {
-    auto empty = storedRecord(6, "");
-    auto silent = storedRecord(5, {});
     auto newest = storedRecord(4, "4"), middle = storedRecord(3, "3"), oldest = storedRecord(1, "1");
-    writeStore({ empty, silent, newest, middle, middle, oldest });
+    writeStore({ Value("junk"), Value::Dictionary { { KTNotificationStoreMessageKey, "undated" } },
+        storedRecord(6, ""), storedRecord(5, {}), newest, middle, middle, oldest });
     host();
 
     auto messages = [](const std::optional<BulletinSet>& bulletins) {
@@ -419,137 +328,54 @@ TEST_F(ProviderTest, RequestAnswers)
              { {}, { "4", "3", "1" } },
              { { .maximumCount = 2 }, { "4", "3" } },
              { { .maximumCount = 1, .sinceDate = Date(2) }, { "4" } },
-             { { .sinceDate = Date(2) }, { "4", "3" } },
              { { .sinceDate = Date(3) }, { "4", "3" } },
              { { .sinceDate = Date(100) }, {} },
          }) {
         EXPECT_EQ(messages(service.requestBulletins(app, parameters)), expected) << parameters.description();
     }
-    EXPECT_EQ(
-        service.requestBulletins(app, { .publisherDestination = BulletinDestinations::Relay }), std::nullopt);
-    EXPECT_EQ(service.requestBulletins(app, { .publisherDestination = BulletinDestinations::Mirror }),
-        std::nullopt);
+    for (auto destination : { BulletinDestinations::Relay, BulletinDestinations::Mirror })
+        EXPECT_EQ(service.requestBulletins(app, { .publisherDestination = destination }), std::nullopt);
     auto latest = provider->_latestBulletinInSet(*service.requestBulletins(app, {}));
     ASSERT_TRUE(latest);
     EXPECT_EQ(latest->message, "4");
     EXPECT_FALSE(provider->_latestBulletinInSet({}));
 }
 
-TEST_F(ProviderTest, DatedClearedInfoFromAnOlderReleaseClearsOlderRecords)
+TEST_F(ProviderTest, ClearsRemoveTheMatchingRecordsWithoutWithdrawingThem)
 {
-    auto a = storedRecord(1, "a"), b = storedRecord(2, "b"), c = storedRecord(3, "c");
-    writeStore({ c, b, a });
+    auto titled = with(storedRecord(1, "same"), { { KTNotificationStoreTitleKey, "T" } });
+    auto otherDate = storedRecord(3, "same"), newest = storedRecord(4, "newest");
+    writeStore({ newest, otherDate, storedRecord(2, {}), titled, storedRecord(1, "same") });
     host();
-    service.setClearedInfo(Date(2), app);
+
+    // Some, by date, title and message; an empty title is a title and matches neither.
+    service.clearBulletins(app, { { .date = Date(1), .message = "same", .title = "" } });
+    EXPECT_EQ(stored().size(), 5u);
+    service.clearBulletins(app, { { .date = Date(1), .message = "same" }, { .date = Date(2) } });
+    EXPECT_THAT(stored(), ElementsAre(Value(newest), Value(otherDate), Value(titled)));
+
+    // A dated cleared info from an older release clears everything up to its date.
+    service.setClearedInfo(Date(3), app);
     auto answer = service.requestBulletins(app, {});
     ASSERT_TRUE(answer);
     ASSERT_EQ(answer->size(), 1u);
-    EXPECT_EQ((*answer)[0].message, "c");
+    EXPECT_EQ((*answer)[0].message, "newest");
     EXPECT_EQ(stored().size(), 1u);
     EXPECT_TRUE(service.clearedInfo(app).isNull());
-    device.waitUntilIdle();
-    // Already cleared on the service's side, so not withdrawn again.
-    EXPECT_THAT(withdrawn(), IsEmpty());
-}
 
-TEST_F(ProviderTest, ClearAllEmptiesTheStoreAndAnswersTheBulletins)
-{
-    writeStore({ storedRecord(3, "c"), storedRecord(2, {}), storedRecord(1, "a") });
-    host();
     auto cleared = service.clearAllBulletins(app, 0);
     EXPECT_TRUE(cleared.clearedInfo.isNull());
-    ASSERT_EQ(cleared.clearedBulletins.size(), 2u);
+    EXPECT_EQ(cleared.clearedBulletins.size(), 1u);
     EXPECT_THAT(stored(), IsEmpty());
     device.waitUntilIdle();
+    // Already cleared on the service's side: nothing is withdrawn.
     EXPECT_THAT(service.events(app), IsEmpty());
 
     // Nothing old comes back as new.
     device.advance(10);
-    KTNotificationStore::sharedInstance()->saveRemoteNotificationWithTitle(
-        {}, "new", {}, {}, {}, {}, {}, {}, app);
-    device.waitUntilIdle();
+    save("new");
     EXPECT_EQ(added().size(), 1u);
     EXPECT_THAT(withdrawn(), IsEmpty());
-}
-
-TEST_F(ProviderTest, ClearSomeMatchesTitleMessageAndDate)
-{
-    auto untitled = storedRecord(1, "same");
-    auto titled = with(storedRecord(1, "same"), { { KTNotificationStoreTitleKey, "T" } });
-    auto silent = storedRecord(2, {});
-    auto otherDate = storedRecord(3, "same");
-    writeStore({ otherDate, silent, titled, untitled });
-    host();
-
-    BulletinRequest noTitle;
-    noTitle.date = Date(1);
-    noTitle.message = "same";
-    // An empty title is a title: it matches neither the untitled record nor "T".
-    BulletinRequest emptyTitle = noTitle;
-    emptyTitle.title = "";
-    service.clearBulletins(app, { emptyTitle });
-    EXPECT_EQ(stored().size(), 4u);
-
-    BulletinRequest noMessage;
-    noMessage.date = Date(2);
-    service.clearBulletins(app, { noTitle, noMessage });
-    EXPECT_THAT(stored(), ElementsAre(Value(otherDate), Value(titled)));
-    EXPECT_TRUE(service.clearedInfo(app).isNull());
-    device.waitUntilIdle();
-    EXPECT_THAT(withdrawn(), IsEmpty());
-}
-
-// Settings
-
-TEST_F(ProviderTest, SectionSettingsChangesAreAnnounced)
-{
-    host();
-    auto info = service.sectionInfo(app);
-    ASSERT_TRUE(info);
-    EXPECT_FALSE(info->allowsNotifications);
-    EXPECT_EQ(info->pushSettings, 0u);
-
-    std::vector<Value> announced;
-    std::mutex lock;
-    device.platform().notificationCenter->addObserver(this, KTNotificationSettingsDidChangeNotification,
-        provider.get(), [&](const Notification& notification) {
-            std::lock_guard guard(lock);
-            announced.push_back(notification.userInfo);
-        });
-
-    struct Case {
-        bool allows;
-        uint64_t pushSettings;
-        int64_t alertType;
-        bool lockScreen;
-        bool centre;
-        bool enabled;
-    };
-    std::vector<Case> cases {
-        { false, 63, 1, true, true, false },
-        { true, 7 + 8, 0, false, false, true },
-        { true, 7 + 16, 0, false, false, true },
-        { true, 7 + 32, 1, false, false, true },
-        { true, 7 + 32, 0, false, false, false },
-        { true, 7, 0, false, true, true },
-        { true, 7, 0, true, false, true },
-        { true, 7, 1, false, false, false },
-    };
-    for (const auto& c : cases) {
-        SectionInfo changed = *info;
-        changed.allowsNotifications = c.allows;
-        changed.pushSettings = c.pushSettings;
-        changed.alertType = c.alertType;
-        changed.showsInLockScreen = c.lockScreen;
-        changed.showsInNotificationCentre = c.centre;
-        service.setSectionInfo(changed);
-    }
-    device.platform().notificationCenter->removeObserver(this);
-    ASSERT_EQ(announced.size(), cases.size());
-    for (size_t i = 0; i < cases.size(); ++i) {
-        EXPECT_EQ(announced[i][KTNotificationBundleIdentifierKey], Value(app));
-        EXPECT_EQ(announced[i][KTNotificationEnabledKey], Value(cases[i].enabled)) << "case " << i;
-    }
 }
 
 TEST_F(ProviderTest, ConcurrentSavesAndRequestsPresentEachRecordOnce)
@@ -571,12 +397,6 @@ TEST_F(ProviderTest, ConcurrentSavesAndRequestsPresentEachRecordOnce)
     EXPECT_EQ(std::adjacent_find(presented.begin(), presented.end()), presented.end());
     EXPECT_EQ(presented.size(), 40u);
     EXPECT_THAT(withdrawn(), IsEmpty());
-}
-
-TEST_F(ProviderTest, LoadIsLogged)
-{
-    host();
-    EXPECT_TRUE(device.systemLog().contains("dataProviderDidLoad: com.example.app"));
 }
 
 TEST(ProviderQueueDeathTest, BulletinServiceCallsOffTheQueueAbort)

@@ -1,7 +1,6 @@
 #include "settings/SettingsFixture.h"
 
 #include "core/KTSectionInfoAdditions.h"
-#include "platform/Platform.h"
 #include "platform/events/NotificationCenter.h"
 
 #include <tessel/Tessel.h>
@@ -17,82 +16,54 @@ constexpr uint64_t alert = NotificationSettings::TypeAlert;
 constexpr uint64_t all = badge | sound | alert;
 constexpr uint64_t enabled(uint64_t types) { return types << 3; }
 
-// Registering types against the push settings a section already has.
-struct RegisterCase {
-    const char* name;
-    uint64_t pushSettings;
-    uint64_t types;
-    uint64_t expected;
-};
-
-class PushSettingsRegistration : public ::testing::TestWithParam<RegisterCase> { };
-
-TEST_P(PushSettingsRegistration, KeepsTheUsersChoiceForKnownTypes)
+TEST(PushSettingsRegistration, KeepsTheUsersChoiceForKnownTypes)
 {
-    const auto& c = GetParam();
-    SectionInfo info;
-    info.sectionID = app;
-    info.pushSettings = c.pushSettings;
-    info.allowsNotifications = false;
-    auto updated = kt_sectionInfoWithNotificationTypes(info, c.types);
-    EXPECT_EQ(updated.pushSettings, c.expected);
-    SectionInfo onlyPushSettingsChange = info;
-    onlyPushSettingsChange.pushSettings = c.expected;
-    EXPECT_EQ(updated, onlyPushSettingsChange);
-    EXPECT_EQ(KTSupportedTypesForPushSettings(updated.pushSettings), c.expected & 7);
-    EXPECT_EQ(KTEnabledTypesForPushSettings(updated.pushSettings), c.expected >> 3);
+    struct {
+        const char* name;
+        uint64_t pushSettings, types, expected;
+    } cases[] = {
+        { "FirstRegistrationEnablesAll", 0, all, all | enabled(all) },
+        { "AlertsOnlyStaysAlertsOnly", all | enabled(alert), all, all | enabled(alert) },
+        { "FewerTypesRemoveNothing", all | enabled(alert), sound, all | enabled(alert) },
+        { "NewTypesStartEnabled", badge | enabled(badge), sound | alert, all | enabled(all) },
+        { "SwitchedOffStaysOff", badge | sound | enabled(badge), sound, badge | sound | enabled(badge) },
+        { "UnknownBitsAreDropped", 0, 8 | 64 | badge, badge | enabled(badge) },
+        { "NothingRegisteredKeepsNothing", 0, 0, 0 },
+    };
+    for (const auto& c : cases) {
+        SectionInfo info { .sectionID = app, .allowsNotifications = false, .pushSettings = c.pushSettings };
+        auto updated = kt_sectionInfoWithNotificationTypes(info, c.types);
+        info.pushSettings = c.expected;
+        EXPECT_EQ(updated, info) << c.name << ": " << updated.description();
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(Cases, PushSettingsRegistration,
-    ::testing::Values(RegisterCase { "FirstRegistrationEnablesAll", 0, all, all | enabled(all) },
-        RegisterCase { "AlertsOnlyStaysAlertsOnly", all | enabled(alert), all, all | enabled(alert) },
-        RegisterCase { "FewerTypesRemoveNothing", all | enabled(alert), sound, all | enabled(alert) },
-        RegisterCase { "NewTypesStartEnabled", badge | enabled(badge), sound | alert, all | enabled(all) },
-        RegisterCase {
-            "SwitchedOffStaysOff", badge | sound | enabled(badge), sound, badge | sound | enabled(badge) },
-        RegisterCase { "UnknownBitsAreDropped", 0, 8 | 64 | badge, badge | enabled(badge) },
-        RegisterCase { "NothingRegisteredKeepsNothing", 0, 0, 0 }),
-    [](const auto& info) { return std::string(info.param.name); });
 
 // What reaches the user from a section's settings.
-struct EffectCase {
-    const char* name;
-    bool allows;
-    uint64_t pushSettings;
-    int64_t alertType;
-    bool lockScreen;
-    bool notificationCentre;
-    uint64_t effectiveTypes;
-    bool isEnabled;
-};
-
-class SectionEffect : public ::testing::TestWithParam<EffectCase> { };
-
-TEST_P(SectionEffect, EffectiveTypesAndEnabled)
+TEST(SectionEffect, EffectiveTypesAndEnabled)
 {
-    const auto& c = GetParam();
-    SectionInfo info;
-    info.allowsNotifications = c.allows;
-    info.pushSettings = c.pushSettings;
-    info.alertType = c.alertType;
-    info.showsInLockScreen = c.lockScreen;
-    info.showsInNotificationCentre = c.notificationCentre;
-    EXPECT_EQ(kt_effectiveNotificationTypes(info), c.effectiveTypes);
-    EXPECT_EQ(kt_isEnabled(info), c.isEnabled);
+    constexpr auto none = SectionInfo::AlertTypeNone;
+    struct {
+        const char* name;
+        bool allows;
+        uint64_t pushSettings;
+        int64_t alertType;
+        bool lockScreen, notificationCentre;
+        uint64_t effectiveTypes;
+        bool isEnabled;
+    } cases[] = {
+        { "SwitchedOff", false, all | enabled(all), SectionInfo::AlertTypeBanner, true, true, 0, false },
+        { "AllOn", true, all | enabled(all), SectionInfo::AlertTypeModal, false, false, all, true },
+        { "AlertWithoutStyleIsNoAlert", true, all | enabled(alert), none, false, false, 0, false },
+        { "BadgeAndSound", true, all | enabled(badge | sound), none, false, false, badge | sound, true },
+        { "NotificationCentreAlone", true, all, none, false, true, 0, true },
+        { "LockScreenAlone", true, all, none, true, false, 0, true },
+    };
+    for (const auto& c : cases) {
+        SectionInfo info { "", 0, c.allows, c.pushSettings, c.alertType, c.lockScreen, c.notificationCentre };
+        EXPECT_EQ(kt_effectiveNotificationTypes(info), c.effectiveTypes) << c.name;
+        EXPECT_EQ(kt_isEnabled(info), c.isEnabled) << c.name;
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(Cases, SectionEffect,
-    ::testing::Values(EffectCase { "SwitchedOffShowsNothing", false, all | enabled(all),
-                          SectionInfo::AlertTypeBanner, true, true, 0, false },
-        EffectCase {
-            "AllOn", true, all | enabled(all), SectionInfo::AlertTypeModal, false, false, all, true },
-        EffectCase { "AlertWithoutStyleIsNoAlert", true, all | enabled(alert), SectionInfo::AlertTypeNone,
-            false, false, 0, false },
-        EffectCase { "BadgeAndSoundWithoutStyle", true, all | enabled(badge | sound),
-            SectionInfo::AlertTypeNone, false, false, badge | sound, true },
-        EffectCase { "NotificationCentreAlone", true, all, SectionInfo::AlertTypeNone, false, true, 0, true },
-        EffectCase { "LockScreenAlone", true, all, SectionInfo::AlertTypeNone, true, false, 0, true }),
-    [](const auto& info) { return std::string(info.param.name); });
 
 using SettingsService = SettingsFixture;
 
@@ -106,24 +77,28 @@ TEST_F(SettingsService, FirstRegistrationAsksOnceAndEnablesTheSection)
     EXPECT_TRUE(answers().empty()) << "nothing is answered before the user";
 
     answerAlert(0, SystemAlertDefaultResponse);
-    auto info = section(app);
-    EXPECT_TRUE(info.allowsNotifications);
-    EXPECT_EQ(info.pushSettings, all | enabled(all));
     ASSERT_EQ(answers().size(), 1u);
-    auto answered = answers()[0].settings;
+    auto answered = answers()[0];
     ASSERT_TRUE(answered);
-    EXPECT_EQ(answered->types(), all);
-    ASSERT_EQ(answered->categories().size(), 1u);
-    EXPECT_EQ(answered->categories()[0]->identifier(), "chat");
+    EXPECT_TRUE(answered->isEqual(*NotificationSettings::settingsForTypes(all, { chat })));
+
+    // Read back: the types in effect, with the categories stored.
+    auto info = section(app);
+    info.alertType = SectionInfo::AlertTypeNone;
+    bulletins().setSectionInfo(info);
+    std::shared_ptr<NotificationSettings> read;
+    service()->notificationSettingsForBundleIdentifier(app, [&](auto settings) { read = settings; });
+    device.waitUntilIdle();
+    ASSERT_TRUE(read);
+    EXPECT_TRUE(read->isEqual(*NotificationSettings::settingsForTypes(badge | sound, { chat })));
 
     // Registered now: the next registration changes the types without asking.
     registerSettings(app, badge);
     EXPECT_EQ(alertsShown(), 1u);
     ASSERT_EQ(answers().size(), 2u);
-    EXPECT_EQ(answers()[1].settings->types(), all);
-    EXPECT_TRUE(answers()[1].settings->categories().empty())
-        << "the new registration's categories replace the old";
-    EXPECT_EQ(service()->notificationTypesForBundleIdentifier(app), all);
+    // Registering fewer types keeps the others; the new categories replace the old.
+    EXPECT_TRUE(answers()[1]->isEqual(*NotificationSettings::settingsForTypes(badge | sound, {})));
+    EXPECT_EQ(service()->notificationTypesForBundleIdentifier(app), badge | sound);
 }
 
 // The two ways to register, against each answer the user can give.
@@ -152,7 +127,7 @@ TEST_P(Authorization, RecordsTheAnswer)
     EXPECT_EQ(service()->notificationTypesForBundleIdentifier(app), c.allows ? all : 0);
     if (!c.bareTypes) {
         ASSERT_EQ(answers().size(), 1u) << "a refused application is answered too";
-        EXPECT_EQ(answers()[0].settings->types(), c.allows ? all : 0);
+        EXPECT_EQ(answers()[0]->types(), c.allows ? all : 0);
     }
 
     // Refused or not, the application is not asked again.
@@ -160,17 +135,16 @@ TEST_P(Authorization, RecordsTheAnswer)
     EXPECT_EQ(alertsShown(), 1u);
 }
 
-INSTANTIATE_TEST_SUITE_P(Cases, Authorization,
-    ::testing::Values(
-        AuthorizationCase { "SettingsAllowed", false, SystemAlertDefaultResponse, true, all | enabled(all) },
-        AuthorizationCase {
-            "SettingsDenied", false, SystemAlertAlternateResponse, false, all | enabled(all) },
-        AuthorizationCase { "TypesAllowed", true, SystemAlertDefaultResponse, true, all | enabled(all) },
-        // Refused bare types are recorded as a badge alone, unlike refused settings.
-        AuthorizationCase {
-            "TypesDenied", true, SystemAlertAlternateResponse, false, badge | enabled(badge) },
-        AuthorizationCase {
-            "TypesDismissed", true, SystemAlertCancelResponse, false, badge | enabled(badge) }),
+const AuthorizationCase authorizationCases[] = {
+    { "SettingsAllowed", false, SystemAlertDefaultResponse, true, all | enabled(all) },
+    { "SettingsDenied", false, SystemAlertAlternateResponse, false, all | enabled(all) },
+    { "TypesAllowed", true, SystemAlertDefaultResponse, true, all | enabled(all) },
+    // Refused bare types are recorded as a badge alone, unlike refused settings.
+    { "TypesDenied", true, SystemAlertAlternateResponse, false, badge | enabled(badge) },
+    { "TypesDismissed", true, SystemAlertCancelResponse, false, badge | enabled(badge) },
+};
+
+INSTANTIATE_TEST_SUITE_P(Cases, Authorization, ::testing::ValuesIn(authorizationCases),
     [](const auto& info) { return std::string(info.param.name); });
 
 TEST_F(SettingsService, RacingRegistrationsShareOneAlert)
@@ -186,13 +160,13 @@ TEST_F(SettingsService, RacingRegistrationsShareOneAlert)
     EXPECT_TRUE(section(app).allowsNotifications);
 }
 
-TEST_F(SettingsService, AUsersSwitchSurvivesRegisteringAgain)
+TEST_F(SettingsService, AUsersSwitchSurvivesRegisteringAgainAndIsAnnounced)
 {
     userAnswers(SystemAlertDefaultResponse);
     registerSettings(app, all);
     std::vector<Value> announced;
     std::mutex lock;
-    auto center = Platform::current().notificationCenter;
+    auto center = device.platform().notificationCenter;
     center->addObserver(
         this, KTNotificationSettingsDidChangeNotification, nullptr, [&](const Notification& note) {
             std::lock_guard guard(lock);
@@ -207,11 +181,12 @@ TEST_F(SettingsService, AUsersSwitchSurvivesRegisteringAgain)
 
     EXPECT_EQ(section(app).pushSettings, all | enabled(badge | alert));
     EXPECT_EQ(service()->notificationTypesForBundleIdentifier(app), badge | alert);
+    center->removeObserver(this);
     std::lock_guard guard(lock);
     ASSERT_FALSE(announced.empty());
-    EXPECT_EQ(announced[0].dictionaryValue().at(KTNotificationBundleIdentifierKey), Value(app));
-    EXPECT_EQ(announced[0].dictionaryValue().at(KTNotificationEnabledKey), Value(true));
-    center->removeObserver(this);
+    EXPECT_EQ(announced[0],
+        Value(Value::Dictionary {
+            { KTNotificationBundleIdentifierKey, app }, { KTNotificationEnabledKey, true } }));
 }
 
 TEST_F(SettingsService, ApplicationsWithTheirOwnProviderAreNeverAnswered)
@@ -236,43 +211,6 @@ TEST_F(SettingsService, AnApplicationUninstalledBeforeTheAnswerGetsNothing)
     EXPECT_TRUE(answers().empty());
     EXPECT_FALSE(bulletins().sectionInfo(app));
     EXPECT_FALSE(bulletins().hostsSection(app));
-}
-
-TEST_F(SettingsService, EnabledSetHoldsOnlyEnabledApplications)
-{
-    userAnswers(SystemAlertDefaultResponse);
-    registerSettings(app, all);
-    userAnswers(SystemAlertAlternateResponse);
-    registerSettings(otherApp, all);
-
-    EXPECT_EQ(service()->bundleIdentifiersWithEnabledNotifications({ app, otherApp, "com.example.unknown" }),
-        std::set<std::string> { app });
-    EXPECT_TRUE(service()->bundleIdentifiersWithEnabledNotifications({}).empty());
-    std::set<std::string> asynchronous { "not answered" };
-    service()->bundleIdentifiersWithEnabledNotifications(
-        {}, [&](std::set<std::string> result) { asynchronous = result; });
-    device.waitUntilIdle();
-    EXPECT_TRUE(asynchronous.empty());
-}
-
-TEST_F(SettingsService, SettingsReadBackTypesInEffectAndStoredCategories)
-{
-    userAnswers(SystemAlertDefaultResponse);
-    auto chat = std::make_shared<NotificationCategory>("chat");
-    chat->setActions(
-        { std::make_shared<NotificationAction>("reply", "Reply") }, NotificationAction::ContextDefault);
-    registerSettings(app, all, { chat });
-    auto info = section(app);
-    info.alertType = SectionInfo::AlertTypeNone;
-    bulletins().setSectionInfo(info);
-
-    std::shared_ptr<NotificationSettings> read;
-    service()->notificationSettingsForBundleIdentifier(app, [&](auto settings) { read = settings; });
-    device.waitUntilIdle();
-    ASSERT_TRUE(read);
-    EXPECT_EQ(read->types(), badge | sound);
-    ASSERT_EQ(read->categories().size(), 1u);
-    EXPECT_EQ(read->categories()[0]->identifier(), "chat");
 }
 
 TEST_F(SettingsService, TheSystemSettingABadgeRegistersTheBadge)

@@ -43,9 +43,9 @@ protected:
         const std::string& bundleIdentifier, uint64_t types, NotificationCategories categories = {})
     {
         service()->registerNotificationSettings(NotificationSettings::settingsForTypes(types, categories),
-            bundleIdentifier, [this, bundleIdentifier](std::shared_ptr<NotificationSettings> settings) {
+            bundleIdentifier, [this](std::shared_ptr<NotificationSettings> settings) {
                 std::lock_guard lock(_lock);
-                _answers.push_back({ bundleIdentifier, std::move(settings) });
+                _answers.push_back(std::move(settings));
             });
         device.waitUntilIdle();
     }
@@ -55,11 +55,8 @@ protected:
         device.waitUntilIdle();
     }
 
-    struct Answer {
-        std::string bundleIdentifier;
-        std::shared_ptr<NotificationSettings> settings;
-    };
-    std::vector<Answer> answers()
+    // What the registrations were answered, in order.
+    std::vector<std::shared_ptr<NotificationSettings>> answers()
     {
         std::lock_guard lock(_lock);
         return _answers;
@@ -85,7 +82,7 @@ protected:
 
 private:
     std::mutex _lock;
-    std::vector<Answer> _answers;
+    std::vector<std::shared_ptr<NotificationSettings>> _answers;
 };
 
 } // namespace tessel::testing

@@ -1,51 +1,36 @@
 #include "core/KTInternalInconsistencyException.h"
 #include "platform/archive/KeyedArchive.h"
 #include "platform/archive/PropertyList.h"
-#include "platform/concurrency/WorkQueue.h"
 #include "platform/files/FileManager.h"
 #include "platform/files/Path.h"
 #include "platform/files/Preferences.h"
+#include "platform/records/LocalNotification.h"
 #include "platform/sim/CapturedSystemLog.h"
 #include "platform/sim/ManualClock.h"
+#include "platform/sim/SimulatedApplicationWorkspace.h"
 #include "platform/sim/SimulatedDevice.h"
+#include "services/KTSLocalNotificationWhitelistedUnarchive.h"
 #include "store/KTNotificationStore.h"
 
-#include <gtest/gtest.h>
-#include <mutex>
+#include <csignal>
+#include <gmock/gmock.h>
+#include <random>
 #include <regex>
+#include <sys/wait.h>
 #include <tessel/Tessel.h>
 #include <thread>
+#include <unistd.h>
 
 using namespace tessel;
 
 namespace {
 
-class RecordingObserver : public KTNotificationStoreObserver {
+class MockObserver : public KTNotificationStoreObserver {
 public:
-    void pushStoreNotificationsDidChange() override { note("changed"); }
-    void pushStoreClearedNotifications() override { note("cleared"); }
-
-    std::vector<std::string> events() const
-    {
-        std::lock_guard lock(_lock);
-        return _events;
-    }
-    bool calledOnTestThread() const { return _calledOnTestThread; }
-
-private:
-    void note(const char* event)
-    {
-        std::lock_guard lock(_lock);
-        _events.push_back(event);
-        if (std::this_thread::get_id() == _testThread)
-            _calledOnTestThread = true;
-    }
-
-    mutable std::mutex _lock;
-    std::vector<std::string> _events;
-    std::thread::id _testThread = std::this_thread::get_id();
-    bool _calledOnTestThread = false;
+    MOCK_METHOD(void, pushStoreNotificationsDidChange, (), (override));
+    MOCK_METHOD(void, pushStoreClearedNotifications, (), (override));
 };
+using StrictObserver = testing::StrictMock<MockObserver>;
 
 class NotificationStore : public testing::Test {
 protected:
@@ -68,19 +53,29 @@ protected:
         return store()->savedNotificationsForBundleID(bundleID).arrayValue();
     }
 
-    std::string storePath(const std::string& fileName)
+    std::string storePath(const std::string& fileName = "com.example.app.pushstore")
     {
         return Path::appendingComponent(KTNotificationStore::storeDirectory(), fileName);
+    }
+
+    std::vector<std::string> storeFiles()
+    {
+        return FileManager::contentsOfDirectoryAtPath(KTNotificationStore::storeDirectory())
+            .value_or(std::vector<std::string> { "(unreadable)" });
     }
 
     SimulatedDevice device;
 };
 
-TEST_F(NotificationStore, KeepsTheNewestAndAHundredOlderRecordsNewestFirst)
+TEST_F(NotificationStore, KeepsTheNewestAndAHundredOlderRecordsWithAMessage)
 {
+    store()->saveRemoteNotificationWithTitle({}, {}, {}, {}, Value(3), {}, {}, {}, "com.example.app");
+    saveMessage("first");
+    ASSERT_EQ(records().size(), 1u) << "a record without a message survives only until the next save";
+
     for (int i = 0; i < 150; ++i) {
-        saveMessage("m" + std::to_string(i));
         device.clock().advance(1);
+        saveMessage("m" + std::to_string(i));
     }
     auto saved = records();
     ASSERT_EQ(saved.size(), 101u);
@@ -92,26 +87,14 @@ TEST_F(NotificationStore, KeepsTheNewestAndAHundredOlderRecordsNewestFirst)
     EXPECT_TRUE(device.systemLog().contains("Saving notification list for com.example.app with 101 items"));
 }
 
-TEST_F(NotificationStore, RecordsWithoutMessageSurviveOnlyUntilTheNextSave)
-{
-    store()->saveRemoteNotificationWithTitle({}, {}, {}, {}, Value(3), {}, {}, {}, "com.example.app");
-    auto saved = records();
-    ASSERT_EQ(saved.size(), 1u);
-    EXPECT_FALSE(saved[0].contains(KTNotificationStoreMessageKey));
-    EXPECT_EQ(saved[0][KTNotificationStoreBadgeNumberKey], Value(3));
-
-    saveMessage("hello");
-    saved = records();
-    ASSERT_EQ(saved.size(), 1u);
-    EXPECT_EQ(saved[0][KTNotificationStoreMessageKey].stringValue(), "hello");
-}
-
 struct SaveCase {
     const char* name;
     Value title, message, sound, action, badge;
     bool ringtone;
-    // Expected keys of the stored record; empty when nothing is stored.
+    // The stored record without its date and type; empty when nothing is stored.
     Value::Dictionary expected;
+    bool remote = true;
+    Value userInfo = {}, launchImage = {}, category = {};
 };
 
 class NotificationStoreSaves : public NotificationStore, public testing::WithParamInterface<SaveCase> { };
@@ -119,41 +102,53 @@ class NotificationStoreSaves : public NotificationStore, public testing::WithPar
 TEST_P(NotificationStoreSaves, BuildRecordsFromTheirArguments)
 {
     const auto& c = GetParam();
-    store()->_saveNotificationWithTitle(
-        c.title, c.message, c.sound, c.action, c.badge, {}, {}, {}, c.ringtone, true, {}, "com.example.app");
+    store()->_saveNotificationWithTitle(c.title, c.message, c.sound, c.action, c.badge, c.userInfo,
+        c.launchImage, {}, c.ringtone, c.remote, c.category, "com.example.app");
     auto saved = records();
+    EXPECT_EQ(device.systemLog().contains("Ignoring notification with no content."), c.expected.empty());
     if (c.expected.empty()) {
         EXPECT_TRUE(saved.empty());
-        EXPECT_TRUE(device.systemLog().contains("Ignoring notification with no content."));
         return;
     }
     ASSERT_EQ(saved.size(), 1u);
     Value::Dictionary got = saved[0].dictionaryValue();
     EXPECT_TRUE(got[KTNotificationStoreCreationDateKey].isDate());
-    EXPECT_EQ(got[KTNotificationStoreNotificationTypeKey], Value(kKTNotificationStoreNotificationTypeRemote));
+    EXPECT_EQ(got[KTNotificationStoreNotificationTypeKey],
+        Value(c.remote ? kKTNotificationStoreNotificationTypeRemote
+                       : kKTNotificationStoreNotificationTypeLocal));
     got.erase(KTNotificationStoreCreationDateKey);
     got.erase(KTNotificationStoreNotificationTypeKey);
     EXPECT_EQ(Value(got), Value(c.expected)) << Value(got).description();
 }
 
-INSTANTIATE_TEST_SUITE_P(Cases, NotificationStoreSaves,
-    testing::Values(SaveCase { "TitleOnly", "Title", {}, {}, {}, {}, false, {} },
-        SaveCase { "EmptyStrings", "", "", "", "", {}, false, {} },
-        SaveCase { "BadgeOnly", {}, {}, {}, {}, 0, false, { { KTNotificationStoreBadgeNumberKey, 0 } } },
-        SaveCase {
-            "ActionOnly", {}, {}, {}, "Open", {}, false, { { KTNotificationStoreActionTextKey, "Open" } } },
-        SaveCase { "Everything", "T", "M", {}, "A", 2, false,
-            { { KTNotificationStoreTitleKey, "T" }, { KTNotificationStoreMessageKey, "M" },
-                { KTNotificationStoreActionTextKey, "A" }, { KTNotificationStoreBadgeNumberKey, 2 } } },
-        SaveCase { "DefaultSoundKeptAsIs", {}, {}, kKTNotificationStoreSoundDefault, {}, {}, false,
-            { { KTNotificationStoreSoundKey, kKTNotificationStoreSoundDefault },
-                { KTNotificationStoreSoundIsRingtoneKey, false } } },
-        SaveCase { "RingtoneKeptAsIs", {}, {}, "ringtone:Marimba", {}, {}, true,
-            { { KTNotificationStoreSoundKey, "ringtone:Marimba" },
-                { KTNotificationStoreSoundIsRingtoneKey, true } } },
-        SaveCase { "UnknownSoundFallsBackToDefault", {}, {}, "../../missing.caf", {}, {}, false,
-            { { KTNotificationStoreSoundKey, kKTNotificationStoreSoundDefault },
-                { KTNotificationStoreSoundIsRingtoneKey, false } } }),
+Value::Dictionary storedSound(const char* name, bool ringtone)
+{
+    return { { KTNotificationStoreSoundKey, name }, { KTNotificationStoreSoundIsRingtoneKey, ringtone } };
+}
+
+const Value nestedUserInfo(Value::Dictionary { { "k", Value(Value::Array { Value(1), Value() }) } });
+
+const SaveCase saveCases[] = {
+    { "TitleOnly", "Title", {}, {}, {}, {}, false, {} },
+    { "EmptyStrings", "", "", "", "", {}, false, {} },
+    { "BadgeOnly", {}, {}, {}, {}, 0, false, { { KTNotificationStoreBadgeNumberKey, 0 } } },
+    { "ActionOnly", {}, {}, {}, "Open", {}, false, { { KTNotificationStoreActionTextKey, "Open" } } },
+    { "Everything", "T", "M", {}, "A", 2, false,
+        { { KTNotificationStoreTitleKey, "T" }, { KTNotificationStoreMessageKey, "M" },
+            { KTNotificationStoreActionTextKey, "A" }, { KTNotificationStoreBadgeNumberKey, 2 } } },
+    { "DefaultSoundKeptAsIs", {}, {}, kKTNotificationStoreSoundDefault, {}, {}, false,
+        storedSound(kKTNotificationStoreSoundDefault, false) },
+    { "RingtoneKeptAsIs", {}, {}, "ringtone:Marimba", {}, {}, true, storedSound("ringtone:Marimba", true) },
+    { "UnknownSoundFallsBackToDefault", {}, {}, "../../missing.caf", {}, {}, false,
+        storedSound(kKTNotificationStoreSoundDefault, false) },
+    // Without its details a local record has no details key.
+    { "LocalWithOptionalFields", {}, "m", {}, {}, {}, false,
+        { { KTNotificationStoreMessageKey, "m" }, { KTNotificationStoreUserInfoKey, nestedUserInfo },
+            { KTNotificationStoreLaunchImageKey, "Launch" }, { KTNotificationStoreCategoryKey, "REPLY" } },
+        false, nestedUserInfo, "Launch", "REPLY" },
+};
+
+INSTANTIATE_TEST_SUITE_P(Cases, NotificationStoreSaves, testing::ValuesIn(saveCases),
     [](const auto& info) { return std::string(info.param.name); });
 
 TEST_F(NotificationStore, WronglyTypedArgumentsRaiseAndStoreNothing)
@@ -179,36 +174,23 @@ TEST_F(NotificationStore, WronglyTypedArgumentsRaiseAndStoreNothing)
         }
     }
     EXPECT_TRUE(store()->savedNotificationsForBundleID("com.example.app").isNull());
-}
 
-TEST_F(NotificationStore, IgnoresSavesWithoutBundleIdentifier)
-{
     saveMessage("hello", "");
     EXPECT_TRUE(device.systemLog().contains("Ignoring notification because bundleID is nil."));
-    auto files = FileManager::contentsOfDirectoryAtPath(KTNotificationStore::storeDirectory());
-    ASSERT_TRUE(files);
-    EXPECT_TRUE(files->empty());
-}
-
-TEST_F(NotificationStore, OptionalFieldsAreKeptAndLocalRecordsCarryTheirType)
-{
-    Value userInfo(Value::Dictionary { { "k", Value(Value::Array { Value(1), Value() }) } });
-    store()->_saveNotificationWithTitle(
-        {}, "m", {}, {}, {}, userInfo, "Launch", {}, false, false, "REPLY", "com.example.app");
-    auto saved = records();
-    ASSERT_EQ(saved.size(), 1u);
-    EXPECT_EQ(
-        saved[0][KTNotificationStoreNotificationTypeKey], Value(kKTNotificationStoreNotificationTypeLocal));
-    EXPECT_EQ(saved[0][KTNotificationStoreUserInfoKey], userInfo);
-    EXPECT_EQ(saved[0][KTNotificationStoreLaunchImageKey], Value("Launch"));
-    EXPECT_EQ(saved[0][KTNotificationStoreCategoryKey], Value("REPLY"));
-    EXPECT_FALSE(saved[0].contains(KTNotificationStoreLocalNotificationDataKey));
+    EXPECT_TRUE(storeFiles().empty());
 }
 
 TEST_F(NotificationStore, ObserversHearOfSuccessfulWritesOnAnotherThread)
 {
-    auto observer = std::make_shared<RecordingObserver>();
-    auto other = std::make_shared<RecordingObserver>();
+    auto observer = std::make_shared<StrictObserver>();
+    auto other = std::make_shared<StrictObserver>();
+    auto offTheTestThread
+        = [testThread = std::this_thread::get_id()] { EXPECT_NE(std::this_thread::get_id(), testThread); };
+    {
+        testing::InSequence inOrder;
+        EXPECT_CALL(*observer, pushStoreNotificationsDidChange()).WillOnce(offTheTestThread);
+        EXPECT_CALL(*observer, pushStoreClearedNotifications()).WillOnce(offTheTestThread);
+    }
     store()->addObserver(observer, "com.example.app");
     store()->addObserver(observer, "com.example.app");
     store()->addObserver(other, "com.example.other");
@@ -220,35 +202,46 @@ TEST_F(NotificationStore, ObserversHearOfSuccessfulWritesOnAnotherThread)
     store()->clearNotificationsForBundleID("com.example.app");
     store()->clearNotificationsForBundleID("com.example.app");
     device.waitUntilIdle();
-    EXPECT_EQ(observer->events(), (std::vector<std::string> { "changed", "cleared" }));
-    EXPECT_TRUE(other->events().empty());
-    EXPECT_FALSE(observer->calledOnTestThread());
 
     // A directory where the file should be makes every write fail: nobody is told.
-    FileManager::createDirectoryAtPath(storePath("com.example.app.pushstore/blocker"), true);
+    FileManager::createDirectoryAtPath(storePath() + "/blocker", true);
     saveMessage("two");
     store()->removeAllNotificationsForBundleID("com.example.app");
     device.waitUntilIdle();
-    EXPECT_EQ(observer->events().size(), 2u);
     EXPECT_TRUE(device.systemLog().contains("Error: could not write new list to"));
 
     store()->removeObserver(observer, "com.example.app");
-    FileManager::removeItemAtPath(storePath("com.example.app.pushstore"));
+    FileManager::removeItemAtPath(storePath());
     saveMessage("three");
     device.waitUntilIdle();
-    EXPECT_EQ(observer->events().size(), 2u);
+    // The store keeps its observers for the process.
+    testing::Mock::AllowLeak(other.get());
+}
+
+TEST_F(NotificationStore, MakesAHundredDiagnosticStoresQuietly)
+{
+    auto observer = std::make_shared<StrictObserver>();
+    testing::Mock::AllowLeak(observer.get());
+    store()->addObserver(observer, "section7");
+    store()->makeTestNotificationStores();
+    device.waitUntilIdle();
+    EXPECT_EQ(storeFiles().size(), 100u);
+    auto saved = records("section99");
+    ASSERT_EQ(saved.size(), 199u);
+    EXPECT_EQ(saved[198][KTNotificationStoreMessageKey].stringValue(), "MESSAGE");
 }
 
 TEST_F(NotificationStore, RegisteringCreatesAnEmptyStoreOnlyWhenThereIsNone)
 {
     store()->registerAppForNotificationsWithBundleID("com.example.app");
-    auto empty = store()->savedNotificationsForBundleID("com.example.app");
-    ASSERT_TRUE(empty.isArray());
-    EXPECT_EQ(empty.length(), 0u);
+    EXPECT_EQ(store()->savedNotificationsForBundleID("com.example.app"), Value(Value::Array {}));
     EXPECT_TRUE(device.systemLog().contains("Saving empty store for bundleID: com.example.app"));
 
     saveMessage("kept");
     auto before = store()->savedNotificationDataForBundleID("com.example.app");
+    ASSERT_TRUE(before);
+    // Keyed archives are binary property lists, so common tools can read the stores.
+    EXPECT_EQ(std::string(before->begin(), before->begin() + 6), "bplist");
     store()->registerAppForNotificationsWithBundleID("com.example.app");
     EXPECT_EQ(store()->savedNotificationDataForBundleID("com.example.app"), before);
 
@@ -257,58 +250,23 @@ TEST_F(NotificationStore, RegisteringCreatesAnEmptyStoreOnlyWhenThereIsNone)
     EXPECT_TRUE(device.systemLog().contains("No notification data store found at"));
 }
 
-TEST_F(NotificationStore, RemovalsKeepTheRestInOrder)
-{
-    store()->_saveNotificationWithTitle(
-        {}, "local", {}, {}, {}, {}, {}, {}, false, false, {}, "com.example.app");
-    device.clock().advance(1);
-    saveMessage("remote");
-    device.clock().advance(1);
-    saveMessage("second remote");
-
-    auto identifiers = store()->removeNotificationsPassingTest(
-        [](const Value& record) { return record[KTNotificationStoreMessageKey].stringValue() == "remote"; },
-        "com.example.app");
-    ASSERT_EQ(identifiers.size(), 1u);
-    EXPECT_EQ(records().size(), 2u);
-    EXPECT_TRUE(store()
-                    ->removeNotificationsPassingTest([](const Value&) { return false; }, "com.example.app")
-                    .empty());
-    EXPECT_TRUE(
-        store()->removeNotificationsPassingTest([](const Value&) { return true; }, "com.missing").empty());
-
-    store()->removeAllLocalNotificationsForBundleID("com.example.app");
-    auto saved = records();
-    ASSERT_EQ(saved.size(), 1u);
-    EXPECT_EQ(saved[0][KTNotificationStoreMessageKey].stringValue(), "second remote");
-
-    store()->removeAllNotificationsForBundleID("com.example.app");
-    EXPECT_EQ(store()->savedNotificationsForBundleID("com.example.app"), Value(Value::Array {}));
-    EXPECT_TRUE(store()->lastUpdateDateForBundleID("com.example.app"));
-}
-
 TEST_F(NotificationStore, UniqueIdentifiersFollowTitleMessageAndDate)
 {
-    Value::Dictionary base { { KTNotificationStoreTitleKey, "T" }, { KTNotificationStoreMessageKey, "M" },
+    auto identifier = [](const Value::Dictionary& record) {
+        return KTNotificationStore::uniqueIdentifierForNotification(Value(record));
+    };
+    Value::Dictionary record { { KTNotificationStoreTitleKey, "T" }, { KTNotificationStoreMessageKey, "M" },
         { KTNotificationStoreCreationDateKey, Date(12.5) } };
-    auto first = KTNotificationStore::uniqueIdentifierForNotification(Value(base));
+    auto first = identifier(record);
     ASSERT_TRUE(first);
     EXPECT_TRUE(std::regex_match(*first, std::regex("[0-9a-f]+:[0-9a-f]+:12\\.500000"))) << *first;
-    EXPECT_EQ(KTNotificationStore::uniqueIdentifierForNotification(Value(base)), first);
-
-    auto noTitle = base;
-    noTitle.erase(KTNotificationStoreTitleKey);
-    auto untitled = KTNotificationStore::uniqueIdentifierForNotification(Value(noTitle));
-    ASSERT_TRUE(untitled);
-    EXPECT_EQ(untitled->substr(0, 2), "0:");
-
-    auto otherMessage = base;
-    otherMessage[KTNotificationStoreMessageKey] = "N";
-    EXPECT_NE(KTNotificationStore::uniqueIdentifierForNotification(Value(otherMessage)), first);
-
-    auto undated = base;
-    undated.erase(KTNotificationStoreCreationDateKey);
-    EXPECT_FALSE(KTNotificationStore::uniqueIdentifierForNotification(Value(undated)));
+    EXPECT_EQ(identifier(record), first);
+    record[KTNotificationStoreMessageKey] = "N";
+    EXPECT_NE(identifier(record), first);
+    record.erase(KTNotificationStoreTitleKey);
+    EXPECT_EQ(identifier(record).value_or("").substr(0, 2), "0:");
+    record.erase(KTNotificationStoreCreationDateKey);
+    EXPECT_FALSE(identifier(record));
 }
 
 TEST_F(NotificationStore, UnreadableStoresAreReplacedByTheNewRecord)
@@ -318,27 +276,17 @@ TEST_F(NotificationStore, UnreadableStoresAreReplacedByTheNewRecord)
     ASSERT_TRUE(archivedDictionary && valid);
     Bytes truncated(valid->begin(), valid->begin() + static_cast<long>(valid->size() / 2));
     store(); // creates the store directory
-    struct {
-        Bytes contents;
-        const char* log;
-    } cases[] = {
-        { Bytes { 'n', 'o', 't', ' ', 'a', 'n', ' ', 'a', 'r', 'c', 'h', 'i', 'v', 'e' },
-            "Error: exception caught loading notification data store at" },
-        { truncated, "Error: exception caught loading notification data store at" },
-        { *archivedDictionary, "Error: could not load notification data store at" },
-    };
-    for (const auto& c : cases) {
+    for (bool isArchive : { false, true }) {
         device.systemLog().clear();
-        std::string error;
-        ASSERT_TRUE(FileManager::writeAtomically(storePath("com.example.app.pushstore"), c.contents, &error))
-            << error;
-        bool isArchive = c.contents == *archivedDictionary;
+        ASSERT_TRUE(FileManager::writeAtomically(storePath(), isArchive ? *archivedDictionary : truncated));
         EXPECT_TRUE(store()->savedNotificationsForBundleID("com.example.app").isNull());
         EXPECT_EQ(device.systemLog().contains(
                       "Caught exception while unarchiving notifications for \"com.example.app\""),
             !isArchive);
         saveMessage("fresh");
-        EXPECT_TRUE(device.systemLog().contains(c.log)) << c.log;
+        EXPECT_TRUE(device.systemLog().contains(isArchive
+                ? "Error: could not load notification data store at"
+                : "Error: exception caught loading notification data store at"));
         auto saved = records();
         ASSERT_EQ(saved.size(), 1u);
         EXPECT_EQ(saved[0][KTNotificationStoreMessageKey].stringValue(), "fresh");
@@ -353,9 +301,7 @@ TEST_F(NotificationStore, BundleIdentifiersNeverLeaveTheStoreDirectory)
         saveMessage("hostile", hostile);
         EXPECT_EQ(records(hostile).size(), 1u) << hostile;
     }
-    auto files = FileManager::contentsOfDirectoryAtPath(KTNotificationStore::storeDirectory());
-    ASSERT_TRUE(files);
-    EXPECT_EQ(*files,
+    EXPECT_EQ(storeFiles(),
         (std::vector<std::string> { "....outside.pushstore", "...pushstore", "ab.pushstore",
             "etcpasswd.pushstore", "x......y.pushstore" }));
     EXPECT_FALSE(FileManager::fileExistsAtPath(
@@ -368,74 +314,261 @@ TEST_F(NotificationStore, UpdatesSinceIncludeTheSameSecond)
     saveMessage("a", "com.example.a");
     auto updated = store()->lastUpdateDateForBundleID("com.example.a");
     ASSERT_TRUE(updated);
-    auto same = store()->bundleIDsWithUpdatesSince(updated->addingTimeInterval(0.9));
-    ASSERT_TRUE(same);
-    EXPECT_EQ(*same, std::vector<std::string> { "com.example.a" });
-    auto later = store()->bundleIDsWithUpdatesSince(updated->addingTimeInterval(1));
-    ASSERT_TRUE(later);
-    EXPECT_TRUE(later->empty());
+    using IDs = std::optional<std::vector<std::string>>;
+    EXPECT_EQ(store()->bundleIDsWithUpdatesSince(updated->addingTimeInterval(0.9)), IDs({ "com.example.a" }));
+    EXPECT_EQ(
+        store()->bundleIDsWithUpdatesSince(updated->addingTimeInterval(1)), IDs(std::vector<std::string> {}));
 
     EXPECT_FALSE(store()->lastUpdateDateForBundleID("com.example.none"));
     EXPECT_TRUE(device.systemLog().contains("Could not stat push store for bundle ID: com.example.none"));
 }
-
-TEST_F(NotificationStore, MakesTheDiagnosticStores)
-{
-    auto observer = std::make_shared<RecordingObserver>();
-    store()->addObserver(observer, "section7");
-    store()->makeTestNotificationStores();
-    device.waitUntilIdle();
-    EXPECT_TRUE(observer->events().empty());
-    auto files = FileManager::contentsOfDirectoryAtPath(KTNotificationStore::storeDirectory());
-    ASSERT_TRUE(files);
-    EXPECT_EQ(files->size(), 100u);
-    auto saved = records("section99");
-    ASSERT_EQ(saved.size(), 199u);
-    EXPECT_EQ(saved[198][KTNotificationStoreMessageKey].stringValue(), "MESSAGE");
-}
-
-TEST_F(NotificationStore, StoreFilesAreBinaryPropertyLists)
-{
-    saveMessage("inspectable");
-    auto data = store()->savedNotificationDataForBundleID("com.example.app");
-    ASSERT_TRUE(data);
-    EXPECT_TRUE(PropertyList::read(*data));
-    EXPECT_EQ(std::string(data->begin(), data->begin() + 6), "bplist");
-
-    std::string command = "plistutil -i '" + storePath("com.example.app.pushstore") + "' 2>&1";
-    FILE* pipe = popen(command.c_str(), "r");
-    ASSERT_NE(pipe, nullptr);
-    std::string printed;
-    char chunk[4096];
-    while (size_t n = fread(chunk, 1, sizeof chunk, pipe))
-        printed.append(chunk, n);
-    EXPECT_EQ(pclose(pipe), 0) << printed;
-    EXPECT_NE(printed.find("<string>inspectable</string>"), std::string::npos) << printed;
-}
-
-} // namespace
-
-namespace {
 
 TEST_F(NotificationStore, ASaveSeesAFileReplacedBehindItsBack)
 {
     saveMessage("first");
     auto replacement = KeyedArchive::archivedData(Value(
         Value::Array { Value(Value::Dictionary { { KTNotificationStoreMessageKey, "from elsewhere" } }) }));
-    ASSERT_TRUE(replacement);
-    ASSERT_TRUE(FileManager::writeAtomically(storePath("com.example.app.pushstore"), *replacement));
+    ASSERT_TRUE(replacement && FileManager::writeAtomically(storePath(), *replacement));
     saveMessage("second");
     auto saved = records();
     ASSERT_EQ(saved.size(), 2u);
     EXPECT_EQ(saved[1][KTNotificationStoreMessageKey].stringValue(), "from elsewhere");
 
-    FileManager::removeItemAtPath(storePath("com.example.app.pushstore"));
+    FileManager::removeItemAtPath(storePath());
     saveMessage("third");
     EXPECT_EQ(records().size(), 1u);
 
     FileManager::removeItemAtPath(KTNotificationStore::storeDirectory());
     saveMessage("fourth");
     EXPECT_EQ(records().size(), 1u) << "a removed store directory is made again";
+}
+
+// Local notifications
+
+class LocalNotificationRecords : public NotificationStore {
+protected:
+    void SetUp() override
+    {
+        NotificationStore::SetUp();
+        ASSERT_TRUE(device.applicationWorkspace().install({ .identifier = "com.example.alarm",
+            .strings = { { "en",
+                { { "Localizable", { { "WAKE_UP", "Time to wake up" }, { "SNOOZE", "Snooze" } } } } } } }));
+    }
+
+    std::shared_ptr<LocalNotification> notification(const std::string& body)
+    {
+        auto made = std::make_shared<LocalNotification>();
+        made->setFireDate(Date(1000));
+        made->setAlertBody(body);
+        return made;
+    }
+
+    Value alarms() { return store()->savedNotificationsForBundleID("com.example.alarm"); }
+};
+
+TEST_F(LocalNotificationRecords, FiredNotificationsAreLocalizedAndCarryThemselves)
+{
+    auto alarm = notification("WAKE_UP");
+    alarm->setAlertTitle("UNTRANSLATED_TITLE");
+    alarm->setAlertAction("SNOOZE");
+    alarm->setSoundName(LocalNotificationDefaultSoundName);
+    alarm->setApplicationIconBadgeNumber(4);
+    alarm->setUserInfo({ { "alarm", 7 } });
+    alarm->setCategory("ALARM");
+    store()->saveLocalNotification(alarm, "com.example.alarm");
+    // Nothing to show: dropped like any contentless notification.
+    store()->saveLocalNotification(notification(""), "com.example.alarm");
+    store()->saveLocalNotification(nullptr, "com.example.alarm");
+
+    auto saved = alarms();
+    ASSERT_EQ(saved.length(), 1u);
+    auto details = KTSLocalNotificationWhitelistedUnarchiveFromData(
+        saved.at(0)[KTNotificationStoreLocalNotificationDataKey].dataValue());
+    ASSERT_TRUE(details);
+    EXPECT_TRUE(details->isEqual(*alarm));
+    // Shown as any record, apart from its date and the notification it came from.
+    auto shown = saved.at(0).dictionaryValue();
+    shown.erase(KTNotificationStoreCreationDateKey);
+    shown.erase(KTNotificationStoreLocalNotificationDataKey);
+    EXPECT_EQ(Value(shown),
+        Value(Value::Dictionary { { KTNotificationStoreMessageKey, "Time to wake up" },
+            // A missing key reads as itself.
+            { KTNotificationStoreTitleKey, "UNTRANSLATED_TITLE" },
+            { KTNotificationStoreActionTextKey, "Snooze" },
+            { KTNotificationStoreSoundKey, kKTNotificationStoreSoundDefault },
+            { KTNotificationStoreSoundIsRingtoneKey, false }, { KTNotificationStoreBadgeNumberKey, 4 },
+            { KTNotificationStoreUserInfoKey, Value::Dictionary { { "alarm", 7 } } },
+            { KTNotificationStoreCategoryKey, "ALARM" },
+            { KTNotificationStoreNotificationTypeKey, kKTNotificationStoreNotificationTypeLocal } }));
+}
+
+TEST_F(LocalNotificationRecords, RemovingLocalRecordsLeavesTheOthers)
+{
+    auto first = notification("first");
+    auto second = notification("second");
+    store()->saveLocalNotification(first, "com.example.alarm");
+    store()->saveLocalNotification(second, "com.example.alarm");
+    saveMessage("remote", "com.example.alarm");
+
+    store()->removeLocalNotification(first->copy(), "com.example.alarm");
+    auto saved = alarms();
+    ASSERT_EQ(saved.length(), 2u);
+    EXPECT_EQ(saved.at(0)[KTNotificationStoreMessageKey], Value("remote"));
+    EXPECT_EQ(saved.at(1)[KTNotificationStoreMessageKey], Value("second"));
+
+    store()->removeLocalNotification(nullptr, "com.example.alarm");
+    EXPECT_EQ(alarms().length(), 2u);
+    store()->removeAllLocalNotificationsForBundleID("com.example.alarm");
+    EXPECT_EQ(alarms(), Value(Value::Array { saved.at(0) }));
+}
+
+// Migration of the old property-list stores
+
+const std::string prefix = "+[KTNotificationStore migratePushStore] ";
+
+class PushStoreMigration : public NotificationStore {
+protected:
+    void SetUp() override
+    {
+        NotificationStore::SetUp();
+        FileManager::createDirectoryAtPath(directory, true);
+    }
+
+    void writePlist(const std::string& name, const Value& root, PropertyList::Format format)
+    {
+        auto bytes = PropertyList::data(root, format);
+        ASSERT_TRUE(bytes && FileManager::writeAtomically(storePath(name), *bytes));
+    }
+
+    std::string directory = KTNotificationStore::storeDirectory();
+};
+
+Value record(const char* message)
+{
+    return Value(Value::Dictionary { { KTNotificationStoreMessageKey, message },
+        { KTNotificationStoreCreationDateKey, Date(100) }, { "AppNotificationBadgeNumber", -2 } });
+}
+
+TEST_F(PushStoreMigration, AMissingDirectoryNeedsNothing)
+{
+    FileManager::removeItemAtPath(directory);
+    KTNotificationStore::migratePushStore();
+    EXPECT_EQ(device.systemLog().lines(),
+        (std::vector<std::string> { prefix + "Migrating push store: " + directory,
+            prefix + "Push store does not exist; no migration needed." }));
+}
+
+TEST_F(PushStoreMigration, ConvertsListsReplacingNewFilesAndDeletesEmptyOnes)
+{
+    Value list(Value::Array { record("new"), record("old") });
+    writePlist("com.xml.vysnote", list, PropertyList::Format::Xml);
+    writePlist("com.both.vysnote", list, PropertyList::Format::Binary);
+    ASSERT_TRUE(FileManager::writeAtomically(storePath("com.both.pushstore"), Bytes { 'x' }));
+    writePlist("com.empty.vysnote", Value(Value::Array {}), PropertyList::Format::Binary);
+
+    KTNotificationStore::migratePushStore();
+
+    EXPECT_EQ(storeFiles(), (std::vector<std::string> { "com.both.pushstore", "com.xml.pushstore" }));
+    EXPECT_EQ(store()->savedNotificationsForBundleID("com.both"), list);
+    EXPECT_EQ(device.systemLog().count(prefix + ":: Successfully migrated file!"), 3u);
+    EXPECT_TRUE(device.systemLog().contains(prefix + "Migrating \"com.xml.vysnote\"..."));
+    EXPECT_EQ(store()->savedNotificationsForBundleID("com.xml"), list);
+}
+
+TEST_F(PushStoreMigration, FilesThatCannotBeConvertedAreMovedAside)
+{
+    writePlist("com.dict.vysnote", Value(Value::Dictionary { { "a", 1 } }), PropertyList::Format::Xml);
+    ASSERT_TRUE(FileManager::writeAtomically(storePath("com.garbage.vysnote"), Bytes { 'n', 'o', 'p', 'e' }));
+    FileManager::createDirectoryAtPath(storePath("com.unreadable.vysnote"), false);
+
+    KTNotificationStore::migratePushStore();
+
+    auto failures = storePath("VYSNoteMigrationFailures");
+    EXPECT_EQ(storeFiles(), std::vector<std::string> { "VYSNoteMigrationFailures" });
+    EXPECT_EQ(FileManager::contentsOfDirectoryAtPath(failures),
+        (std::vector<std::string> { "com.dict.vysnote", "com.garbage.vysnote", "com.unreadable.vysnote" }));
+    auto& log = device.systemLog();
+    EXPECT_TRUE(log.contains(prefix + ":: Push store is not of the correct type; ignoring."));
+    EXPECT_TRUE(log.contains(prefix + ":: Error de-serializing push store: "));
+    EXPECT_TRUE(log.contains(prefix + ":: Unable to read file."));
+    EXPECT_TRUE(log.contains(prefix + "3 files(s) did not migrate properly and will be moved aside."));
+    EXPECT_TRUE(log.contains(prefix + "Please file a bug and attach the contents of: " + failures));
+    EXPECT_TRUE(log.contains(prefix + "\"com.dict.vysnote\" moved aside"));
+
+    // Nothing is left to do on the next start.
+    log.clear();
+    KTNotificationStore::migratePushStore();
+    EXPECT_EQ(log.lines().size(), 1u);
+}
+
+TEST_F(PushStoreMigration, FailuresStayWhenTheSideDirectoryCannotBeMade)
+{
+    writePlist("com.dict.vysnote", Value(Value::Dictionary { { "a", 1 } }), PropertyList::Format::Binary);
+    ASSERT_TRUE(FileManager::writeAtomically(storePath("VYSNoteMigrationFailures"), Bytes { 'f' }));
+    KTNotificationStore::migratePushStore();
+    EXPECT_TRUE(FileManager::fileExistsAtPath(storePath("com.dict.vysnote")));
+    EXPECT_TRUE(
+        device.systemLog().contains(prefix + "Unable to create new directory for failed migrations ("));
+    EXPECT_TRUE(device.systemLog().contains("Please file a bug and attach the contents of: " + directory));
+}
+
+// Crash safety
+
+// Starts the saver and returns once its first save is on disk.
+pid_t startSaver(const std::string& library)
+{
+    int ready[2];
+    if (pipe(ready) != 0)
+        return -1;
+    pid_t child = fork();
+    if (child == 0) {
+        dup2(ready[1], STDOUT_FILENO);
+        close(ready[0]);
+        setenv("TESSEL_LIBRARY_DIR", library.c_str(), 1);
+        std::string program = std::string(TESSEL_HELPER_DIR) + "/tessel_store_saver";
+        execl(program.c_str(), program.c_str(), nullptr);
+        _exit(127);
+    }
+    close(ready[1]);
+    char byte;
+    bool started = read(ready[0], &byte, 1) == 1;
+    close(ready[0]);
+    return started ? child : -1;
+}
+
+TEST_F(NotificationStore, AKilledSaveLeavesAWholeStore)
+{
+    auto path = storePath("com.example.crash.pushstore");
+    std::mt19937 random(20261122);
+    std::uniform_int_distribution<int> delay(0, 20000);
+    for (int round = 0; round < 12; ++round) {
+        pid_t child = startSaver(device.libraryDirectory());
+        ASSERT_GT(child, 0);
+        // A random moment inside the save loop: killing it there is the point.
+        usleep(static_cast<useconds_t>(delay(random)));
+        kill(child, SIGKILL);
+        int status = 0;
+        waitpid(child, &status, 0);
+        ASSERT_TRUE(WIFSIGNALED(status));
+
+        SCOPED_TRACE("round " + std::to_string(round));
+        auto data = FileManager::contentsAtPath(path);
+        ASSERT_TRUE(data);
+        std::string error;
+        auto list = KeyedArchive::unarchive(*data, &error);
+        ASSERT_TRUE(list && list->isArray()) << error;
+        ASSERT_GE(list->length(), 1u);
+        ASSERT_LE(list->length(), 101u);
+        // Every round starts again at 0, so the newest badge only tells the file is whole.
+        EXPECT_GE(list->at(0)[KTNotificationStoreBadgeNumberKey].integerValue(), 0);
+    }
+    // Whatever temporary files the kills left are gone once a store starts.
+    FileManager::writeAtomically(path + ".leftover", Bytes { 1 });
+    ASSERT_TRUE(FileManager::writeAtomically(
+        storePath(".com.example.crash.pushstore.0123456789abcdef.tmp"), Bytes { 1 }));
+    store();
+    EXPECT_EQ(storeFiles(),
+        (std::vector<std::string> { "com.example.crash.pushstore", "com.example.crash.pushstore.leftover" }));
 }
 
 } // namespace
