@@ -11,8 +11,8 @@ struct IpcLimits {
     size_t maxRequestBytes = 1 << 20;
     // Entries of one list argument once decoded.
     size_t maxListItems = 1024;
-    // Nesting of containers inside one archived argument.
-    size_t maxNestingDepth = 32;
+    // Nesting inside an archived argument is bounded by the archive decoder
+    // itself (PropertyList::maximumDepth), checked before anything is parsed.
     // Requests of one connection received and not yet answered.
     size_t maxPendingRequests = 64;
 };

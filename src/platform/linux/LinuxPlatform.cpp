@@ -9,10 +9,12 @@
 #include "platform/files/Preferences.h"
 #include "platform/linux/LinuxApplicationWorkspace.h"
 #include "platform/linux/LinuxBulletinService.h"
+#include "platform/linux/LinuxCallerIdentifier.h"
 #include "platform/linux/LinuxProcessManager.h"
 #include "platform/linux/LinuxPushService.h"
 #include "platform/linux/SyslogSystemLog.h"
 #include "platform/linux/SystemClock.h"
+#include "platform/linux/dbus/DbusIpcService.h"
 #include "platform/location/LocationServices.h"
 #include "platform/logging/FileLogManager.h"
 #include "platform/processes/ApplicationStateMonitor.h"
@@ -63,6 +65,11 @@ std::shared_ptr<Platform> LinuxPlatform::make()
     platform->downloadManager = std::make_shared<LinuxDownloadManager>();
     platform->profileConnection
         = std::make_shared<LinuxProfileConnection>(platform->preferences, platform->hostPreferencesDomain);
+    // The session bus of DBUS_SESSION_BUS_ADDRESS, reached when the first listener resumes.
+    auto callers = std::make_shared<LinuxCallerIdentifier>(platform->workspace);
+    platform->ipc = std::make_shared<DbusIpcService>("", IpcLimits {}, [callers](int32_t pid, uint32_t) {
+        return IpcPeer { .bundleIdentifier = callers->bundleIdentifierForPid(pid) };
+    });
     return platform;
 }
 

@@ -1,0 +1,212 @@
+// The scheduler client against a fake daemon on a private bus.
+#include "client/ClientFixture.h"
+
+#include "platform/archive/PropertyList.h"
+
+using namespace tessel;
+
+namespace {
+
+constexpr const char* app = "com.example.alarm";
+
+using SchedulerClientTest = ClientFixture;
+
+// Every field in use somewhere among them.
+std::vector<LocalNotificationFields> sixtyFourNotifications()
+{
+    std::vector<LocalNotificationFields> list;
+    for (int index = 0; index < 64; ++index) {
+        LocalNotificationFields fields {
+            .fireDate = 700'000'000.0 + 60 * index,
+            .alertBody = "Alarm " + std::to_string(index),
+            .applicationIconBadgeNumber = index,
+        };
+        if (index % 4 == 1) {
+            fields.timeZone = "Europe/Berlin";
+            fields.repeatInterval = RepeatUnit::Day;
+            fields.totalRepeatCount = 3;
+        }
+        if (index % 4 == 2) {
+            fields.fireDate.reset();
+            fields.region = RegionFields { "office", 48.1, 11.6, 150, true, false };
+            fields.regionTriggersOnce = true;
+        }
+        if (index % 4 == 3) {
+            fields.userInfo
+                = *PropertyList::data(Value(Value::Dictionary { { "id", index }, { "room", "kitchen" } }),
+                    PropertyList::Format::Binary);
+            fields.soundName = LocalNotificationFields::defaultSoundName;
+            fields.category = "alarm";
+            fields.alertTitle = "Wake up";
+            fields.alertAction = "Snooze";
+            fields.hasAction = false;
+            fields.alertLaunchImage = "Dawn";
+        }
+        list.push_back(std::move(fields));
+    }
+    return list;
+}
+
+std::vector<ArchivedRecord> archived(const std::vector<LocalNotificationFields>& list)
+{
+    std::vector<ArchivedRecord> records;
+    for (auto& fields : list)
+        records.push_back(fields.archive().value_or(ArchivedRecord {}));
+    return records;
+}
+
+TEST_F(SchedulerClientTest, SixtyFourNotificationsRoundTrip)
+{
+    Running<FakeScheduler> daemon(address());
+    KTSNotificationSchedulerClient client(options());
+    auto notifications = sixtyFourNotifications();
+    Inbox<KTSNotificationSchedulerClient::List> lists;
+    client.setScheduledLocalNotifications(archived(notifications), app);
+    client.scheduledLocalNotificationsForBundleIdentifier(
+        app, [&](auto list) { lists.push(std::move(list)); });
+
+    auto received = lists.waitFor(1);
+    ASSERT_EQ(received.size(), 1u);
+    ASSERT_EQ(received.front().size(), 64u);
+    for (size_t index = 0; index < 64; ++index)
+        EXPECT_EQ(LocalNotificationFields::unarchive(received.front()[index]), notifications[index]) << index;
+    EXPECT_EQ(daemon->calls.items(),
+        (std::vector<std::string> { "SetScheduledLocalNotifications com.example.alarm 64",
+            "ScheduledLocalNotifications com.example.alarm" }));
+    EXPECT_TRUE(errors.items().empty());
+}
+
+TEST_F(SchedulerClientTest, ReceivedRecordsCancelWhatTheyDescribe)
+{
+    Running<FakeScheduler> daemon(address());
+    KTSNotificationSchedulerClient client(options());
+    Inbox<KTSNotificationSchedulerClient::List> lists;
+    auto list = [&] {
+        client.scheduledLocalNotificationsForBundleIdentifier(
+            app, [&](auto list) { lists.push(std::move(list)); });
+        auto got = lists.waitFor(lists.items().size() + 1);
+        return got.empty() ? KTSNotificationSchedulerClient::List {} : got.back();
+    };
+    auto notifications = sixtyFourNotifications();
+    notifications.resize(3);
+    client.addScheduledLocalNotifications(archived(notifications), app);
+    auto scheduled = list();
+    ASSERT_EQ(scheduled.size(), 3u);
+
+    client.cancelScheduledLocalNotifications({ scheduled[1] }, app);
+    auto left = list();
+    ASSERT_EQ(left.size(), 2u);
+    EXPECT_EQ(LocalNotificationFields::unarchive(left[0]), notifications[0]);
+    EXPECT_EQ(LocalNotificationFields::unarchive(left[1]), notifications[2]);
+}
+
+TEST_F(SchedulerClientTest, ScheduleAnswersEntriesWithTheirFireDates)
+{
+    Running<FakeScheduler> daemon(address());
+    KTSNotificationSchedulerClient client(options());
+    client.setScheduledLocalNotifications(archived(sixtyFourNotifications()), app);
+    Inbox<std::vector<ScheduleEntry>> schedules;
+    client.scheduleForBundleIdentifier(app, { .startDate = 0, .maxSize = 3 },
+        [&](std::vector<ScheduleEntry> schedule) { schedules.push(std::move(schedule)); });
+
+    auto received = schedules.waitFor(1);
+    ASSERT_EQ(received.size(), 1u);
+    ASSERT_EQ(received.front().size(), 3u);
+    for (auto& entry : received.front()) {
+        auto fields = LocalNotificationFields::unarchive(entry.notification);
+        ASSERT_TRUE(fields);
+        EXPECT_EQ(fields->fireDate, entry.fireDate);
+    }
+    EXPECT_EQ(daemon->calls.items().back(), "Schedule com.example.alarm from 0.000000 max 3");
+}
+
+TEST_F(SchedulerClientTest, EventsReachTheObserverValidated)
+{
+    Running<FakeScheduler> daemon(address());
+    KTSNotificationSchedulerClient client(options());
+    Inbox<std::string> events;
+    auto record = [&](const char* name) {
+        return [&events, name](const KTSNotificationSchedulerClient::List& list, const std::string& id) {
+            std::string text = std::string(name) + " " + id;
+            for (auto& bytes : list)
+                text += " "
+                    + LocalNotificationFields::unarchive(bytes)
+                          .value_or(LocalNotificationFields {})
+                          .alertBody;
+            events.push(text);
+        };
+    };
+    client.setObserver({ .didChangeScheduledLocalNotifications = record("changed"),
+        .didFireLocalNotifications = record("fired") });
+    Inbox<int> observing;
+    client.setObservingScheduledLocalNotifications(true, app, [&] { observing.push(1); });
+    ASSERT_EQ(observing.waitFor(1).size(), 1u);
+
+    auto list = archived(sixtyFourNotifications());
+    list.resize(2);
+    auto clientName = daemon->lastSender();
+    daemon->sendEvent("DidChangeScheduledLocalNotifications", clientName, list, app);
+    daemon->sendEvent("DidFireLocalNotifications", clientName, { list[0], { 'x' } }, app);
+    daemon->sendEvent("DidFireLocalNotifications", clientName, { list[1] }, app);
+
+    EXPECT_EQ(events.waitFor(2),
+        (std::vector<std::string> {
+            "changed com.example.alarm Alarm 0 Alarm 1", "fired com.example.alarm Alarm 1" }));
+    EXPECT_EQ(errorSummaries(),
+        std::vector<std::string> { summary(ClientErrorCode::MalformedAnswer, "didFireLocalNotifications") });
+}
+
+TEST_F(SchedulerClientTest, RefusedRequestsOfEveryShapeAreNeverAnswered)
+{
+    Running<FakeScheduler> daemon(address());
+    KTSNotificationSchedulerClient client(options());
+    for (auto* method : { "ScheduledLocalNotifications", "Schedule", "AddScheduledLocalNotifications",
+             "SnoozeScheduledLocalNotifications", "SetObservingScheduledLocalNotifications" })
+        daemon->answerWithError(method, "com.tamber.Tessel.Error.NotEntitled");
+    Inbox<std::string> answers;
+    auto list = archived(sixtyFourNotifications());
+    list.resize(1);
+
+    client.scheduledLocalNotificationsForBundleIdentifier(app, [&](auto) { answers.push("list"); });
+    client.scheduleForBundleIdentifier(app, {}, [&](auto) { answers.push("schedule"); });
+    client.addScheduledLocalNotifications(list, app, [&] { answers.push("add"); });
+    client.snoozeScheduledLocalNotifications(list, app, [&] { answers.push("snooze"); });
+    client.setObservingScheduledLocalNotifications(true, app, [&] { answers.push("observing"); });
+    client.cancelScheduledLocalNotifications(list, app, [&] { answers.push("barrier"); });
+
+    EXPECT_EQ(answers.waitFor(1), std::vector<std::string> { "barrier" });
+    EXPECT_EQ(daemon->calls.items().size(), 6u);
+    EXPECT_TRUE(errors.items().empty());
+}
+
+TEST_F(SchedulerClientTest, MalformedRequestsAndAnswersAreErrors)
+{
+    Running<FakeScheduler> daemon(address());
+    daemon->listAnswer = FakeScheduler::List { { 'b', 'a', 'd' } };
+    KTSNotificationSchedulerClient client(options());
+    client.setScheduledLocalNotifications({ { 'b', 'a', 'd' } }, app, [] { ADD_FAILURE() << "taken"; });
+    client.scheduledLocalNotificationsForBundleIdentifier(app, [](auto) { ADD_FAILURE() << "answered"; });
+
+    ASSERT_EQ(errors.waitFor(2).size(), 2u);
+    EXPECT_EQ(errorSummaries(),
+        (std::vector<std::string> {
+            summary(ClientErrorCode::InvalidArguments, "setScheduledLocalNotifications"),
+            summary(ClientErrorCode::MalformedAnswer, "scheduledLocalNotificationsForBundleIdentifier") }));
+}
+
+TEST_F(SchedulerClientTest, ObservingIsRegisteredAgainWithEachNewDaemon)
+{
+    auto first = std::make_unique<Running<FakeScheduler>>(address());
+    KTSNotificationSchedulerClient client(options());
+    Inbox<int> taken;
+    client.setObservingScheduledLocalNotifications(true, app, [&] { taken.push(1); });
+    ASSERT_EQ(taken.waitFor(1).size(), 1u);
+    first.reset();
+
+    Running<FakeScheduler> second(address());
+    EXPECT_EQ(second->calls.waitFor(1),
+        std::vector<std::string> { "SetObservingScheduledLocalNotifications 1 com.example.alarm" });
+    EXPECT_TRUE(errors.items().empty());
+}
+
+} // namespace
