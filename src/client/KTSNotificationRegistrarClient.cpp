@@ -57,7 +57,8 @@ namespace {
 
 } // namespace
 
-class KTSNotificationRegistrarClient::Impl {
+// Hidden, so that no instantiation over it is exported with the class.
+class __attribute__((visibility("hidden"))) KTSNotificationRegistrarClient::Impl {
 public:
     struct State {
         std::mutex lock;

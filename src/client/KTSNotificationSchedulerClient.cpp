@@ -19,7 +19,8 @@ namespace {
 
 } // namespace
 
-class KTSNotificationSchedulerClient::Impl {
+// Hidden, so that no instantiation over it is exported with the class.
+class __attribute__((visibility("hidden"))) KTSNotificationSchedulerClient::Impl {
 public:
     struct State {
         std::mutex lock;

@@ -31,7 +31,7 @@ void recordError(void* context, TesselServicesErrorCode code, const char* operat
 
 TEST_F(ClientCInterfaceTest, RegistrarAnswersThroughTheApplicationsExecutor)
 {
-    Running<FakeRegistrar> daemon(address());
+    Daemon daemon(address());
     Seen seen;
     auto* client = TesselServicesRegistrarCreate(address().c_str(), queueWork, &seen, recordError, &seen, 0);
     uint8_t* settings = nullptr;
@@ -68,7 +68,7 @@ TEST_F(ClientCInterfaceTest, RegistrarAnswersThroughTheApplicationsExecutor)
 
 TEST_F(ClientCInterfaceTest, SchedulerTakesAndGivesArchivedNotifications)
 {
-    Running<FakeScheduler> daemon(address());
+    Daemon daemon(address());
     Seen seen;
     auto* client = TesselServicesSchedulerCreate(address().c_str(), nullptr, nullptr, recordError, &seen, 0);
     auto* notification = TesselServicesLocalNotificationCreate();

@@ -1,37 +1,43 @@
 #pragma once
 
-#include "client/FakeDaemons.h"
-#include "ipc/PrivateBus.h"
+#include "ipc/IpcTestSupport.h"
 
 #include "tessel/TesselServices.h"
 
-#include <gtest/gtest.h>
-
 namespace tessel {
+
+using namespace std::chrono_literals;
+
+using ipctest::Daemon;
+template <typename T> using Inbox = ipctest::Mailbox<T>;
 
 inline std::string summary(ClientErrorCode code, const std::string& operation)
 {
     return std::to_string(static_cast<int>(code)) + " " + operation;
 }
 
+// The calls a recorder took, as "Method bundle".
+inline std::vector<std::string> callsTo(const ipctest::Recorder& recorder)
+{
+    std::vector<std::string> calls;
+    for (auto& call : recorder.calls.items())
+        calls.push_back(call.method + " " + call.bundleIdentifier);
+    return calls;
+}
+
 class ClientFixture : public ::testing::Test {
 protected:
-    // Stopped, bounded in time, however the test ended.
     void TearDown() override { privateBus.reset(); }
 
     const std::string& address() const { return busAddress; }
 
     ClientOptions options(ClientExecutor executor = {})
     {
-        return {
-            .busAddress = address(),
+        return { .busAddress = address(),
             .executor = std::move(executor),
             .errorHandler = [this](const ClientError& error) { errors.push(error); },
-            .timeout = 10s,
-        };
+            .timeout = 10s };
     }
-
-    // The codes and operations of the errors reported so far.
     std::vector<std::string> errorSummaries()
     {
         std::vector<std::string> summaries;
@@ -40,7 +46,7 @@ protected:
         return summaries;
     }
 
-    std::unique_ptr<PrivateBus> privateBus = std::make_unique<PrivateBus>();
+    std::unique_ptr<ipctest::PrivateBus> privateBus = std::make_unique<ipctest::PrivateBus>();
     // Kept for tests that stop the bus.
     const std::string busAddress = privateBus->address();
     Inbox<ClientError> errors;

@@ -1,7 +1,8 @@
-// The scheduler client against a fake daemon on a private bus.
+// The scheduler client against the daemon-side transport on a private bus.
 #include "client/ClientFixture.h"
 
 #include "platform/archive/PropertyList.h"
+#include "services/KTSLocalNotificationWhitelistedUnarchive.h"
 
 using namespace tessel;
 
@@ -57,7 +58,7 @@ std::vector<ArchivedRecord> archived(const std::vector<LocalNotificationFields>&
 
 TEST_F(SchedulerClientTest, SixtyFourNotificationsRoundTrip)
 {
-    Running<FakeScheduler> daemon(address());
+    Daemon daemon(address());
     KTSNotificationSchedulerClient client(options());
     auto notifications = sixtyFourNotifications();
     Inbox<KTSNotificationSchedulerClient::List> lists;
@@ -70,15 +71,13 @@ TEST_F(SchedulerClientTest, SixtyFourNotificationsRoundTrip)
     ASSERT_EQ(received.front().size(), 64u);
     for (size_t index = 0; index < 64; ++index)
         EXPECT_EQ(LocalNotificationFields::unarchive(received.front()[index]), notifications[index]) << index;
-    EXPECT_EQ(daemon->calls.items(),
-        (std::vector<std::string> { "SetScheduledLocalNotifications com.example.alarm 64",
-            "ScheduledLocalNotifications com.example.alarm" }));
+    EXPECT_EQ(daemon.scheduler().calls.items().front().notifications, 64u);
     EXPECT_TRUE(errors.items().empty());
 }
 
 TEST_F(SchedulerClientTest, ReceivedRecordsCancelWhatTheyDescribe)
 {
-    Running<FakeScheduler> daemon(address());
+    Daemon daemon(address());
     KTSNotificationSchedulerClient client(options());
     Inbox<KTSNotificationSchedulerClient::List> lists;
     auto list = [&] {
@@ -102,7 +101,7 @@ TEST_F(SchedulerClientTest, ReceivedRecordsCancelWhatTheyDescribe)
 
 TEST_F(SchedulerClientTest, ScheduleAnswersEntriesWithTheirFireDates)
 {
-    Running<FakeScheduler> daemon(address());
+    Daemon daemon(address());
     KTSNotificationSchedulerClient client(options());
     client.setScheduledLocalNotifications(archived(sixtyFourNotifications()), app);
     Inbox<std::vector<ScheduleEntry>> schedules;
@@ -117,12 +116,11 @@ TEST_F(SchedulerClientTest, ScheduleAnswersEntriesWithTheirFireDates)
         ASSERT_TRUE(fields);
         EXPECT_EQ(fields->fireDate, entry.fireDate);
     }
-    EXPECT_EQ(daemon->calls.items().back(), "Schedule com.example.alarm from 0.000000 max 3");
 }
 
 TEST_F(SchedulerClientTest, EventsReachTheObserverValidated)
 {
-    Running<FakeScheduler> daemon(address());
+    Daemon daemon(address());
     KTSNotificationSchedulerClient client(options());
     Inbox<std::string> events;
     auto record = [&](const char* name) {
@@ -143,11 +141,18 @@ TEST_F(SchedulerClientTest, EventsReachTheObserverValidated)
     ASSERT_EQ(observing.waitFor(1).size(), 1u);
 
     auto list = archived(sixtyFourNotifications());
-    list.resize(2);
-    auto clientName = daemon->lastSender();
-    daemon->sendEvent("DidChangeScheduledLocalNotifications", clientName, list, app);
-    daemon->sendEvent("DidFireLocalNotifications", clientName, { list[0], { 'x' } }, app);
-    daemon->sendEvent("DidFireLocalNotifications", clientName, { list[1] }, app);
+    KTSNotificationSchedulerClientProtocol::List notifications;
+    for (int index = 0; index < 2; ++index)
+        notifications.push_back(KTSLocalNotificationWhitelistedUnarchiveFromData(list[index]));
+    auto events_ = daemon.eventsTo<KTSNotificationSchedulerClientProtocol>(daemon.scheduler(), app);
+    events_->didChangeScheduledLocalNotifications(notifications, app);
+    // One record in the list that does not read spoils the event.
+    daemon.service->emitSignal(KTSNotificationSchedulerService::objectPath(),
+        KTSNotificationSchedulerService::clientInterface(), "DidFireLocalNotifications",
+        daemon.scheduler().callsFor(app).back().connection->peer().name, [&](sdbus::Signal& signal) {
+            signal << std::vector<std::vector<uint8_t>> { list[0], { 'x' } } << std::string(app);
+        });
+    events_->didFireLocalNotifications({ notifications[1] }, app);
 
     EXPECT_EQ(events.waitFor(2),
         (std::vector<std::string> {
@@ -156,56 +161,41 @@ TEST_F(SchedulerClientTest, EventsReachTheObserverValidated)
         std::vector<std::string> { summary(ClientErrorCode::MalformedAnswer, "didFireLocalNotifications") });
 }
 
-TEST_F(SchedulerClientTest, RefusedRequestsOfEveryShapeAreNeverAnswered)
+TEST_F(SchedulerClientTest, RefusedRequestsAreNeverAnsweredAndBadRecordsNeverSent)
 {
-    Running<FakeScheduler> daemon(address());
+    Daemon daemon(address());
     KTSNotificationSchedulerClient client(options());
-    for (auto* method : { "ScheduledLocalNotifications", "Schedule", "AddScheduledLocalNotifications",
-             "SnoozeScheduledLocalNotifications", "SetObservingScheduledLocalNotifications" })
-        daemon->answerWithError(method, "com.tamber.Tessel.Error.NotEntitled");
     Inbox<std::string> answers;
     auto list = archived(sixtyFourNotifications());
     list.resize(1);
-
-    client.scheduledLocalNotificationsForBundleIdentifier(app, [&](auto) { answers.push("list"); });
-    client.scheduleForBundleIdentifier(app, {}, [&](auto) { answers.push("schedule"); });
-    client.addScheduledLocalNotifications(list, app, [&] { answers.push("add"); });
-    client.snoozeScheduledLocalNotifications(list, app, [&] { answers.push("snooze"); });
-    client.setObservingScheduledLocalNotifications(true, app, [&] { answers.push("observing"); });
+    const char* refuse = "refuse";
+    client.scheduledLocalNotificationsForBundleIdentifier(refuse, [&](auto) { answers.push("list"); });
+    client.scheduleForBundleIdentifier(refuse, {}, [&](auto) { answers.push("schedule"); });
+    client.addScheduledLocalNotifications(list, refuse, [&] { answers.push("add"); });
+    client.snoozeScheduledLocalNotifications(list, refuse, [&] { answers.push("snooze"); });
+    client.setObservingScheduledLocalNotifications(true, refuse, [&] { answers.push("observing"); });
+    client.setScheduledLocalNotifications({ { 'b', 'a', 'd' } }, app, [&] { answers.push("bad"); });
     client.cancelScheduledLocalNotifications(list, app, [&] { answers.push("barrier"); });
 
     EXPECT_EQ(answers.waitFor(1), std::vector<std::string> { "barrier" });
-    EXPECT_EQ(daemon->calls.items().size(), 6u);
-    EXPECT_TRUE(errors.items().empty());
-}
-
-TEST_F(SchedulerClientTest, MalformedRequestsAndAnswersAreErrors)
-{
-    Running<FakeScheduler> daemon(address());
-    daemon->listAnswer = FakeScheduler::List { { 'b', 'a', 'd' } };
-    KTSNotificationSchedulerClient client(options());
-    client.setScheduledLocalNotifications({ { 'b', 'a', 'd' } }, app, [] { ADD_FAILURE() << "taken"; });
-    client.scheduledLocalNotificationsForBundleIdentifier(app, [](auto) { ADD_FAILURE() << "answered"; });
-
-    ASSERT_EQ(errors.waitFor(2).size(), 2u);
+    EXPECT_EQ(callsTo(daemon.scheduler()).size(), 6u);
     EXPECT_EQ(errorSummaries(),
-        (std::vector<std::string> {
-            summary(ClientErrorCode::InvalidArguments, "setScheduledLocalNotifications"),
-            summary(ClientErrorCode::MalformedAnswer, "scheduledLocalNotificationsForBundleIdentifier") }));
+        std::vector<std::string> {
+            summary(ClientErrorCode::InvalidArguments, "setScheduledLocalNotifications") });
 }
 
 TEST_F(SchedulerClientTest, ObservingIsRegisteredAgainWithEachNewDaemon)
 {
-    auto first = std::make_unique<Running<FakeScheduler>>(address());
+    auto first = std::make_unique<Daemon>(address());
     KTSNotificationSchedulerClient client(options());
     Inbox<int> taken;
     client.setObservingScheduledLocalNotifications(true, app, [&] { taken.push(1); });
     ASSERT_EQ(taken.waitFor(1).size(), 1u);
     first.reset();
 
-    Running<FakeScheduler> second(address());
-    EXPECT_EQ(second->calls.waitFor(1),
-        std::vector<std::string> { "SetObservingScheduledLocalNotifications 1 com.example.alarm" });
+    Daemon second(address());
+    EXPECT_EQ(second.scheduler().calls.waitFor(1).size(), 1u);
+    EXPECT_EQ(callsTo(second.scheduler()), std::vector<std::string> { "SetObserving com.example.alarm" });
     EXPECT_TRUE(errors.items().empty());
 }
 

@@ -16,7 +16,11 @@ libs=$(pkg-config --libs tessel-services)
 libdir=$(pkg-config --variable=libdir tessel-services)
 
 # shellcheck disable=SC2086
-"${CC:-cc}" -std=c11 -Wall -Wextra -Werror ${SANITIZE_FLAGS:-} $cflags -o "$prefix/link-check" "$here/link-check.c" $libs
+"${CC:-cc}" -std=c11 -Wall -Wextra -Werror ${SANITIZE_FLAGS:-} $cflags -c -o "$prefix/link-check.o" "$here/link-check.c"
+# Sanitizer runtimes for C++ code come with the C++ driver; a plain build links
+# the same way with either.
+# shellcheck disable=SC2086
+"${CXX:-c++}" ${SANITIZE_FLAGS:-} -o "$prefix/link-check" "$prefix/link-check.o" $libs
 LD_LIBRARY_PATH="$libdir" "$prefix/link-check" "unix:path=$prefix/no-bus"
 # shellcheck disable=SC2086
 echo '#include <tessel/TesselServices.h>' | "${CXX:-c++}" -std=c++20 -Wall -Werror $cflags -fsyntax-only -x c++ -

@@ -1,283 +1,446 @@
 #pragma once
 
-#include "ipc/PrivateBus.h"
-#include "ipc/RecordingServer.h"
 #include "platform/archive/KeyedArchive.h"
 #include "platform/ipc/IpcConnection.h"
 #include "platform/ipc/IpcListener.h"
-#include "platform/sim/InProcessIpcService.h"
-#include "platform/sim/SimulatedDevice.h"
+#include "platform/linux/dbus/DbusIpcService.h"
 #include "services/KTSConstants.h"
 #include "services/KTSNotificationRegistrarClientProtocol.h"
 #include "services/KTSNotificationRegistrarServerProtocol.h"
 #include "services/KTSNotificationRegistrarService.h"
+#include "services/KTSNotificationSchedule.h"
+#include "services/KTSNotificationScheduleFetchRequest.h"
+#include "services/KTSNotificationSchedulerClientProtocol.h"
 #include "services/KTSNotificationSchedulerServerProtocol.h"
 #include "services/KTSNotificationSchedulerService.h"
-#include "services/KTSNotificationSettingsWhitelistedUnarchive.h"
-
-#include "dbus/registrar-proxy.h"
-#include "dbus/scheduler-proxy.h"
+#include "support/TemporaryDirectory.h"
 
 #include <gtest/gtest.h>
 
-#include <atomic>
+#include <algorithm>
 #include <chrono>
 #include <condition_variable>
-#include <memory>
+#include <csignal>
+#include <fcntl.h>
+#include <map>
 #include <mutex>
-#include <ostream>
+#include <optional>
+#include <poll.h>
+#include <spawn.h>
 #include <string>
+#include <sys/wait.h>
 #include <unistd.h>
 #include <vector>
 
-// One client per transport, the same to the tests.
+extern char** environ;
+
+// The daemon side the IPC and client tests share: a private bus, and the real
+// bus transport serving recording objects on it.
 namespace tessel::ipctest {
 
-// The outcome of one call as a client sees it.
-struct Outcome {
-    bool answered = false;
-    uint64_t value = 0;
-    // The bus's error name; empty when answered or left unanswered.
-    std::string error;
-};
+using namespace std::chrono_literals;
 
-struct Token {
-    Bytes token;
-    std::string bundleIdentifier;
-    bool operator==(const Token&) const = default;
-    friend void PrintTo(const Token& token, std::ostream* out)
-    {
-        *out << token.bundleIdentifier << ":" << token.token.size() << " bytes";
-    }
-};
-
-// A client of the registrar, the same to the tests on either transport.
-class TestClient {
+// What arrived from other threads, in order; every wait is bounded.
+template <typename T> class Mailbox {
 public:
-    virtual ~TestClient() = default;
-    virtual Outcome notificationTypes(const std::string& bundleIdentifier) = 0;
-    // The settings the service answered; null when it did not.
-    virtual std::shared_ptr<NotificationSettings> registerSettings(
-        std::shared_ptr<NotificationSettings> settings)
-        = 0;
-    virtual bool setObserving(const std::string& bundleIdentifier) = 0;
-    virtual void disconnect() = 0;
+    void push(T item)
+    {
+        std::lock_guard guard(_mutex);
+        _items.push_back(std::move(item));
+        _changed.notify_all();
+    }
+    // What came, once there are count items or the time is up.
+    std::vector<T> waitFor(size_t count, std::chrono::milliseconds timeout = 10s)
+    {
+        std::unique_lock lock(_mutex);
+        _changed.wait_for(lock, timeout, [&] { return _items.size() >= count; });
+        return _items;
+    }
+    std::vector<T> items() const
+    {
+        std::lock_guard guard(_mutex);
+        return _items;
+    }
 
-    // As the service must see it.
-    const IpcPeer& peer() const { return _peer; }
-    const std::shared_ptr<Mailbox<Token>> tokens = std::make_shared<Mailbox<Token>>();
+private:
+    mutable std::mutex _mutex;
+    std::condition_variable _changed;
+    std::vector<T> _items;
+};
+
+// A program with its standard output on a pipe; still running at the end, it is killed.
+class ChildProcess {
+public:
+    explicit ChildProcess(const std::vector<std::string>& arguments, bool quiet = false)
+    {
+        int fds[2];
+        if (pipe2(fds, O_CLOEXEC) != 0)
+            return;
+        std::vector<char*> argv;
+        for (const auto& argument : arguments)
+            argv.push_back(const_cast<char*>(argument.c_str()));
+        argv.push_back(nullptr);
+        posix_spawn_file_actions_t actions;
+        posix_spawn_file_actions_init(&actions);
+        posix_spawn_file_actions_adddup2(&actions, fds[1], STDOUT_FILENO);
+        if (quiet)
+            posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
+        if (posix_spawn(&_pid, argv[0], &actions, nullptr, argv.data(), environ) != 0)
+            _pid = -1;
+        posix_spawn_file_actions_destroy(&actions);
+        close(fds[1]);
+        _output = fds[0];
+    }
+    ~ChildProcess()
+    {
+        if (_pid > 0 && !_status) {
+            kill(_pid, SIGKILL);
+            waitpid(_pid, nullptr, 0);
+        }
+        close(_output);
+    }
+
+    // Output up to the first newline, or to its end; absent when neither came in time.
+    std::optional<std::string> read(std::chrono::milliseconds timeout, bool wholeOutput = false)
+    {
+        auto deadline = std::chrono::steady_clock::now() + timeout;
+        while (wholeOutput || _buffer.find('\n') == std::string::npos) {
+            auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+                deadline - std::chrono::steady_clock::now());
+            pollfd fd { _output, POLLIN, 0 };
+            char chunk[4096];
+            if (_pid <= 0 || left.count() <= 0 || poll(&fd, 1, static_cast<int>(left.count())) <= 0)
+                return std::nullopt;
+            auto count = ::read(_output, chunk, sizeof chunk);
+            if (count <= 0)
+                return wholeOutput ? std::optional(std::exchange(_buffer, {})) : std::nullopt;
+            _buffer.append(chunk, static_cast<size_t>(count));
+        }
+        auto line = _buffer.substr(0, _buffer.find('\n'));
+        _buffer.erase(0, line.size() + 1);
+        return line;
+    }
+    // The exit status once output has ended.
+    int exitStatus()
+    {
+        int status = 0;
+        waitpid(_pid, &status, 0);
+        _status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+        return *_status;
+    }
+
+private:
+    pid_t _pid = -1;
+    int _output = -1;
+    std::string _buffer;
+    std::optional<int> _status;
+};
+
+// A bus daemon of the test's own, on a socket in a fresh directory.
+class PrivateBus {
+public:
+    PrivateBus()
+        // Its complaints about descriptor limits it may not raise here are noise.
+        : _daemon({ "/usr/bin/dbus-daemon", "--session", "--address=unix:dir=" + _directory.path(),
+                      "--nofork", "--print-address" },
+            true)
+    {
+        auto address = _daemon.read(10s);
+        if (!address || address->rfind("unix:", 0) != 0)
+            ADD_FAILURE() << "the bus daemon did not start";
+        else
+            _address = *address;
+    }
+    // Empty when the daemon did not start.
+    const std::string& address() const { return _address; }
+
+private:
+    TemporaryDirectory _directory;
+    ChildProcess _daemon;
+    std::string _address;
+};
+
+struct Call {
+    std::string method;
+    std::string bundleIdentifier;
+    std::shared_ptr<IpcConnection> connection; // current during the call
+    size_t notifications = 0;
+};
+
+// Calls for the bundle "refuse" are refused, whatever the method.
+class Recorder {
+public:
+    Mailbox<Call> calls;
+    std::vector<Call> callsFor(const std::string& bundleIdentifier) const
+    {
+        auto found = calls.items();
+        std::erase_if(found, [&](auto& call) { return call.bundleIdentifier != bundleIdentifier; });
+        return found;
+    }
 
 protected:
-    IpcPeer _peer;
+    bool take(std::string method, const std::string& id, size_t notifications = 0)
+    {
+        calls.push({ std::move(method), id, IpcConnection::currentConnection(), notifications });
+        if (id == "refuse")
+            IpcConnection::refuseCurrentRequest();
+        return id != "refuse";
+    }
+    std::mutex _mutex;
 };
 
-class TokenReceiver : public KTSNotificationRegistrarClientProtocol {
+// NotificationTypes answers 42, but drops "drop" and keeps "hold" until releaseHeld().
+class RecordingRegistrar : public KTSNotificationRegistrarServerProtocol, public Recorder {
 public:
-    explicit TokenReceiver(std::shared_ptr<Mailbox<Token>> tokens)
-        : _tokens(std::move(tokens))
+    // Runs once an observing client's SetObservingRemoteNotifications is answered.
+    std::function<void(const std::string& bundleIdentifier)> onObserving;
+
+    void releaseHeld()
     {
-    }
-    void didReceiveDeviceToken(const Bytes& token, const std::string& id) override
-    {
-        _tokens->push({ token, id });
+        std::vector<TypesResult> held;
+        {
+            std::lock_guard guard(_mutex);
+            held.swap(_held);
+        }
+        for (auto& result : held)
+            result(7);
     }
 
-private:
-    std::shared_ptr<Mailbox<Token>> _tokens;
-};
-
-// The client's end of an in-process connection. Requests on one connection are
-// served in order, so a second one answered proves the first had its chance.
-class InProcessTestClient : public TestClient {
-public:
-    InProcessTestClient(InProcessIpcService& ipc, IpcPeer peer)
+    void notificationTypesForBundleIdentifier(const std::string& id, TypesResult result) override
     {
-        _peer = std::move(peer);
-        _end = ipc.connect(KTSNotificationRegistrarServiceName, _peer);
-        if (!_end) {
-            ADD_FAILURE() << "nothing listens";
+        std::lock_guard guard(_mutex);
+        if (!take("NotificationTypes", id) || id == "drop")
             return;
-        }
-        _end->setExportedInterface(KTSNotificationRegistrarService::clientInterface());
-        _end->setExportedObject<KTSNotificationRegistrarClientProtocol>(
-            std::make_shared<TokenReceiver>(tokens));
-        _end->setRemoteObjectInterface(KTSNotificationRegistrarService::serverInterface());
-        _end->resume();
-        _server = _end->remoteObjectProxy<KTSNotificationRegistrarServerProtocol>();
+        if (id == "hold")
+            _held.push_back(std::move(result));
+        else
+            result(42);
     }
-
-    Outcome notificationTypes(const std::string& bundleIdentifier) override
+    // Registered settings come back as the daemon would keep them.
+    void registerNotificationSettings(
+        std::shared_ptr<NotificationSettings> settings, const std::string& id, SettingsResult result) override
     {
-        auto answer = std::make_shared<Mailbox<uint64_t>>();
-        auto barrier = std::make_shared<Mailbox<uint64_t>>();
-        _server->notificationTypesForBundleIdentifier(
-            bundleIdentifier, [answer](uint64_t types) { answer->push(types); });
-        _server->notificationTypesForBundleIdentifier(
-            "barrier", [barrier](uint64_t types) { barrier->push(types); });
-        EXPECT_TRUE(barrier->waitFor(1)) << "the service stopped answering";
-        auto answers = answer->items();
-        return answers.empty() ? Outcome {} : Outcome { true, answers[0], {} };
+        if (!take("RegisterNotificationSettings", id))
+            return;
+        std::lock_guard guard(_mutex);
+        result(_settings[id] = settings->validatedSettings());
     }
-    std::shared_ptr<NotificationSettings> registerSettings(
-        std::shared_ptr<NotificationSettings> settings) override
+    void notificationSettingsForBundleIdentifier(const std::string& id, SettingsResult result) override
     {
-        auto answer = std::make_shared<Mailbox<std::shared_ptr<NotificationSettings>>>();
-        _server->registerNotificationSettings(settings, "com.example.app",
-            [answer](std::shared_ptr<NotificationSettings> registered) { answer->push(registered); });
-        return answer->waitFor(1) ? answer->items()[0] : nullptr;
+        if (!take("NotificationSettings", id))
+            return;
+        std::lock_guard guard(_mutex);
+        result(_settings[id]);
     }
-    bool setObserving(const std::string& bundleIdentifier) override
+    void setObservingRemoteNotifications(bool observing, const std::string& id, Completion done) override
     {
-        auto done = std::make_shared<Mailbox<bool>>();
-        _server->setObservingRemoteNotifications(true, bundleIdentifier, [done] { done->push(true); });
-        return done->waitFor(1);
+        if (!take("SetObservingRemoteNotifications" + std::string(observing ? "" : " off"), id))
+            return;
+        done();
+        if (observing && onObserving)
+            onObserving(id);
     }
-    void disconnect() override
+    void invalidateTokenForRemoteNotificationsForBundleIdentifier(
+        const std::string& id, Completion done) override
     {
-        if (_end)
-            _end->invalidate();
+        if (take("InvalidateToken", id))
+            done();
     }
-
-private:
-    std::shared_ptr<IpcConnection> _end;
-    std::shared_ptr<KTSNotificationRegistrarServerProtocol> _server;
-};
-
-class RegistrarProxy final : public sdbus::ProxyInterfaces<com::tamber::Tessel::Registrar1_proxy,
-                                 com::tamber::Tessel::RegistrarClient1_proxy> {
-public:
-    RegistrarProxy(sdbus::IConnection& connection, std::shared_ptr<Mailbox<Token>> tokens)
-        : ProxyInterfaces(
-            connection, KTSNotificationRegistrarServiceName, KTSNotificationRegistrarService::objectPath())
-        , _tokens(std::move(tokens))
+    void registerBadgeSettingForBundleIdentifier(const std::string& id, Completion done) override
     {
-        registerProxy();
+        if (take("RegisterBadgeSetting", id))
+            done();
     }
-    ~RegistrarProxy() { unregisterProxy(); }
-    sdbus::IProxy& proxy() { return getProxy(); }
-
-private:
-    void onDidReceiveDeviceToken(const std::vector<uint8_t>& token, const std::string& id) override
+    void allowsRemoteNotificationsForBundleIdentifier(const std::string& id, BoolResult result) override
     {
-        _tokens->push({ token, id });
+        if (take("AllowsRemoteNotifications", id))
+            result(true);
     }
-
-    std::shared_ptr<Mailbox<Token>> _tokens;
-};
-
-class SchedulerProxy final : public sdbus::ProxyInterfaces<com::tamber::Tessel::Scheduler1_proxy,
-                                 com::tamber::Tessel::SchedulerClient1_proxy> {
-public:
-    explicit SchedulerProxy(sdbus::IConnection& connection)
-        : ProxyInterfaces(
-            connection, KTSNotificationSchedulerServiceName, KTSNotificationSchedulerService::objectPath())
+    void remoteNotificationTypesForBundleIdentifier(const std::string& id, TypesResult result) override
     {
-        registerProxy();
+        if (take("RemoteNotificationTypes", id))
+            result(5);
     }
-    ~SchedulerProxy() { unregisterProxy(); }
+    // Registering no types succeeds; anything else is not supported.
+    void registerRemoteNotificationTypes(uint64_t types, const std::string& id, ErrorResult result) override
+    {
+        if (take("RegisterRemoteNotificationTypes", id))
+            result(
+                types ? std::optional(KTSError { "KTSErrorDomain", 3010, "not supported" }) : std::nullopt);
+    }
+    void requestTokenForRemoteNotificationsForBundleIdentifier(
+        const std::string& id, ErrorResult result) override
+    {
+        if (take("RequestToken", id))
+            result(std::nullopt);
+    }
+    void backgroundAppRefreshBundleIdentifierMappingWithResult(MappingResult result) override
+    {
+        if (take("BackgroundAppRefreshMapping", ""))
+            result({ { "com.example.a", true }, { "com.example.b", false } });
+    }
+    void setAllowsBackgroundRefresh(bool, const std::string& id, Completion done) override
+    {
+        if (take("SetAllowsBackgroundRefresh", id))
+            done();
+    }
 
 private:
-    void onDidChangeScheduledLocalNotifications(
-        const std::vector<std::vector<uint8_t>>&, const std::string&) override
-    {
-    }
-    void onDidFireLocalNotifications(const std::vector<std::vector<uint8_t>>&, const std::string&) override {
-    }
+    std::vector<TypesResult> _held;
+    std::map<std::string, std::shared_ptr<NotificationSettings>> _settings;
 };
 
-// A raw bus client made of the generated proxies, on a connection of its own.
-class DbusTestClient : public TestClient {
+// Keeps each bundle's list; Snooze takes no part in it.
+class RecordingScheduler : public KTSNotificationSchedulerServerProtocol, public Recorder {
 public:
-    // The service names the client's application expectedBundleIdentifier.
-    DbusTestClient(const std::string& address, std::string expectedBundleIdentifier)
+    void scheduledLocalNotificationsForBundleIdentifier(const std::string& id, ListResult result) override
     {
-        _connection = sdbus::createSessionBusConnectionWithAddress(address);
-        _connection->setMethodCallTimeout(std::chrono::seconds(10));
-        _registrar = std::make_unique<RegistrarProxy>(*_connection, tokens);
-        _scheduler = std::make_unique<SchedulerProxy>(*_connection);
-        _connection->enterEventLoopAsync();
-        _peer = IpcPeer { .pid = getpid(),
-            .uid = getuid(),
-            .name = _connection->getUniqueName(),
-            .bundleIdentifier = std::move(expectedBundleIdentifier) };
+        if (!take("ScheduledLocalNotifications", id))
+            return;
+        std::lock_guard guard(_mutex);
+        result(_lists[id]);
     }
-    ~DbusTestClient() override { disconnect(); }
-
-    Outcome notificationTypes(const std::string& bundleIdentifier) override
+    // Each notification once, on its own date, up to the maximum.
+    void scheduleForBundleIdentifier(const std::string& id,
+        std::shared_ptr<KTSNotificationScheduleFetchRequest> request, ScheduleResult result) override
     {
-        return outcome([&] { return _registrar->NotificationTypes(bundleIdentifier); });
+        if (!take("Schedule", id))
+            return;
+        auto schedule = std::make_shared<KTSNotificationSchedule>();
+        std::lock_guard guard(_mutex);
+        for (auto& notification : _lists[id])
+            if (notification->fireDate() && schedule->count() < request->maxSize())
+                schedule->addLocalNotification(notification, *notification->fireDate());
+        result(schedule);
     }
-    std::shared_ptr<NotificationSettings> registerSettings(
-        std::shared_ptr<NotificationSettings> settings) override
+    void setScheduledLocalNotifications(const List& list, const std::string& id, Completion done) override
     {
-        auto data = KeyedArchive::archivedData(Value(settings));
-        if (!data)
-            return nullptr;
-        try {
-            return KTSNotificationSettingsWhitelistedUnarchiveFromData(
-                _registrar->RegisterNotificationSettings(*data, "com.example.app"));
-        } catch (const sdbus::Error& error) {
-            ADD_FAILURE() << error.what();
-            return nullptr;
-        }
+        change("Set", list, id, done, [&](List& kept) { kept = list; });
     }
-    bool setObserving(const std::string& bundleIdentifier) override
+    void addScheduledLocalNotifications(const List& list, const std::string& id, Completion done) override
     {
-        return outcome([&] {
-            _registrar->SetObservingRemoteNotifications(true, bundleIdentifier);
-            return uint64_t(0);
-        }).answered;
+        change("Add", list, id, done, [&](List& kept) { kept.insert(kept.end(), list.begin(), list.end()); });
     }
-    void disconnect() override
+    void cancelScheduledLocalNotifications(const List& list, const std::string& id, Completion done) override
     {
-        _registrar.reset();
-        _scheduler.reset();
-        _connection.reset();
-    }
-
-    // The raw calls the bounds are tried with.
-    Outcome registerSettingsData(const Bytes& data)
-    {
-        return outcome(
-            [&] { return _registrar->RegisterNotificationSettings(data, "com.example.app").size(); });
-    }
-    Outcome addNotifications(const std::vector<Bytes>& archives)
-    {
-        return outcome([&] {
-            _scheduler->AddScheduledLocalNotifications(archives, "com.example.app");
-            return uint64_t(archives.size());
+        change("Cancel", list, id, done, [&](List& kept) {
+            std::erase_if(kept, [&](auto& one) {
+                return std::any_of(list.begin(), list.end(), [&](auto& gone) { return one->isEqual(*gone); });
+            });
         });
     }
-    Outcome schedule(const Bytes& fetchRequest)
+    void snoozeScheduledLocalNotifications(const List& list, const std::string& id, Completion done) override
     {
-        return outcome([&] { return _scheduler->Schedule("com.example.app", fetchRequest).size(); });
+        change("Snooze", list, id, done, [](List&) {});
     }
-    // Sent without waiting; the outcome arrives in outcomes.
-    void notificationTypesAsync(
-        const std::string& bundleIdentifier, std::shared_ptr<Mailbox<Outcome>> outcomes)
+    void setObservingScheduledLocalNotifications(bool, const std::string& id, Completion done) override
     {
-        _registrar->proxy()
-            .callMethodAsync("NotificationTypes")
-            .onInterface(com::tamber::Tessel::Registrar1_proxy::INTERFACE_NAME)
-            .withArguments(bundleIdentifier)
-            .uponReplyInvoke([outcomes](const sdbus::Error* error, uint64_t types) {
-                outcomes->push(error ? Outcome { false, 0, error->getName() } : Outcome { true, types, {} });
-            });
+        if (take("SetObserving", id))
+            done();
     }
 
 private:
-    template <typename Body> Outcome outcome(Body body)
+    template <typename Edit>
+    void change(const char* method, const List& list, const std::string& id, Completion& done, Edit edit)
     {
-        try {
-            return Outcome { true, static_cast<uint64_t>(body()), {} };
-        } catch (const sdbus::Error& error) {
-            return Outcome { false, 0, error.getName() };
+        if (!take(method, id, list.size()))
+            return;
+        {
+            std::lock_guard guard(_mutex);
+            edit(_lists[id]);
+        }
+        if (done)
+            done();
+    }
+    std::map<std::string, List> _lists;
+};
+
+// Takes every connection (unless told to turn them away) and notes when one ends.
+class RecordingDelegate : public IpcListenerDelegate {
+public:
+    std::shared_ptr<RecordingRegistrar> registrar = std::make_shared<RecordingRegistrar>();
+    std::shared_ptr<RecordingScheduler> scheduler = std::make_shared<RecordingScheduler>();
+    Mailbox<std::shared_ptr<IpcConnection>> accepted;
+    // Shared with the handlers, which may run after the delegate is gone.
+    std::shared_ptr<Mailbox<std::string>> invalidations = std::make_shared<Mailbox<std::string>>();
+    Mailbox<std::string>& invalidated = *invalidations;
+    std::atomic<bool> turnAway { false };
+
+    bool listenerShouldAcceptNewConnection(
+        IpcListener& listener, const std::shared_ptr<IpcConnection>& connection) override
+    {
+        if (turnAway)
+            return false;
+        if (listener.serviceName() == KTSNotificationRegistrarServiceName) {
+            connection->setExportedInterface(KTSNotificationRegistrarService::serverInterface());
+            connection->setExportedObject<KTSNotificationRegistrarServerProtocol>(registrar);
+            connection->setRemoteObjectInterface(KTSNotificationRegistrarService::clientInterface());
+        } else {
+            connection->setExportedInterface(KTSNotificationSchedulerService::serverInterface());
+            connection->setExportedObject<KTSNotificationSchedulerServerProtocol>(scheduler);
+            connection->setRemoteObjectInterface(KTSNotificationSchedulerService::clientInterface());
+        }
+        connection->setInvalidationHandler(
+            [box = invalidations, name = connection->peer().name] { box->push(name); });
+        accepted.push(connection);
+        connection->resume();
+        return true;
+    }
+};
+
+// Both services published on a service, serving the delegate's recording objects.
+class Listeners {
+public:
+    Listeners(IpcService& service, std::shared_ptr<RecordingDelegate> delegate)
+    {
+        for (auto name : { KTSNotificationRegistrarServiceName, KTSNotificationSchedulerServiceName }) {
+            _listeners.push_back(service.makeListener(name));
+            _listeners.back()->setDelegate(delegate);
+            _listeners.back()->resume();
         }
     }
+    ~Listeners()
+    {
+        for (auto& listener : _listeners)
+            listener->invalidate();
+    }
 
-    std::unique_ptr<sdbus::IConnection> _connection;
-    std::unique_ptr<RegistrarProxy> _registrar;
-    std::unique_ptr<SchedulerProxy> _scheduler;
+private:
+    std::vector<std::shared_ptr<IpcListener>> _listeners;
+};
+
+// The daemon side on a bus: the real transport, recording objects behind it.
+class Daemon {
+public:
+    explicit Daemon(
+        const std::string& address, IpcLimits limits = {}, DbusIpcService::PeerResolver resolver = {})
+        : service(std::make_shared<DbusIpcService>(address, limits, std::move(resolver)))
+        , _listeners(std::make_unique<Listeners>(*service, delegate))
+    {
+    }
+    ~Daemon()
+    {
+        // The listeners, then the bus thread.
+        _listeners.reset();
+        service.reset();
+    }
+    RecordingRegistrar& registrar() { return *delegate->registrar; }
+    RecordingScheduler& scheduler() { return *delegate->scheduler; }
+    // The connection of the last call for bundleIdentifier, as the daemon sends events on it.
+    template <typename Protocol>
+    std::shared_ptr<Protocol> eventsTo(const Recorder& recorder, const std::string& bundleIdentifier)
+    {
+        auto calls = recorder.callsFor(bundleIdentifier);
+        if (calls.empty() || !calls.back().connection)
+            return nullptr;
+        return calls.back().connection->remoteObjectProxy<Protocol>();
+    }
+
+    std::shared_ptr<RecordingDelegate> delegate = std::make_shared<RecordingDelegate>();
+    std::shared_ptr<DbusIpcService> service;
+
+private:
+    std::unique_ptr<Listeners> _listeners;
 };
 
 } // namespace tessel::ipctest

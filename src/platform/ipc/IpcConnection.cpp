@@ -119,6 +119,10 @@ void IpcConnection::callInvalidationHandler()
     }
     if (handler)
         handler();
+    // An exported object that keeps its connections (observer tables) would
+    // otherwise keep itself alive through them.
+    std::lock_guard guard(_mutex);
+    _exportedObject.reset();
 }
 
 } // namespace tessel

@@ -77,7 +77,7 @@ protected:
     const std::string& exportedInterface() const { return _exportedInterface; }
     const std::string& remoteObjectInterface() const { return _remoteObjectInterface; }
     void callInterruptionHandler();
-    // At most once; handlers are released after it.
+    // At most once; handlers and the exported object are released after it.
     void callInvalidationHandler();
 
 private:
