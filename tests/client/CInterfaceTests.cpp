@@ -117,29 +117,6 @@ TEST_F(ClientCInterfaceTest, SchedulerTakesAndGivesArchivedNotifications)
     TesselServicesSchedulerDestroy(client);
 }
 
-TEST_F(ClientCInterfaceTest, UnsetFieldsReadAsAbsentAndBadArchivesAsNull)
-{
-    auto* notification = TesselServicesLocalNotificationCreate();
-    EXPECT_EQ(TesselServicesLocalNotificationText(notification, TesselServicesFieldTimeZone), nullptr);
-    EXPECT_STREQ(
-        TesselServicesLocalNotificationText(notification, TesselServicesFieldRepeatCalendar), "gregorian");
-    EXPECT_TRUE(std::isnan(TesselServicesLocalNotificationNumber(notification, TesselServicesFieldFireDate)));
-    EXPECT_EQ(TesselServicesLocalNotificationNumber(notification, TesselServicesFieldTotalRepeatCount), -1);
-    EXPECT_FALSE(TesselServicesLocalNotificationRegion(
-        notification, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr));
-    const uint8_t notAPlist[] = { 'x' };
-    TesselServicesLocalNotificationSetUserInfo(notification, notAPlist, sizeof notAPlist);
-    uint8_t* record = nullptr;
-    size_t length = 0;
-    EXPECT_FALSE(TesselServicesLocalNotificationCopyArchive(notification, &record, &length));
-    TesselServicesLocalNotificationDestroy(notification);
-
-    const uint8_t garbage[] = { 'b', 'p', 'l', 'i', 's', 't' };
-    EXPECT_EQ(TesselServicesLocalNotificationCreateFromArchive(garbage, sizeof garbage), nullptr);
-    uint64_t types = 0;
-    EXPECT_FALSE(TesselServicesNotificationSettingsTypes(garbage, sizeof garbage, &types));
-}
-
 TEST_F(ClientCInterfaceTest, WithoutDaemonTheErrorCallbackNamesTheOperation)
 {
     Seen seen;

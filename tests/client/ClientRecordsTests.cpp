@@ -54,15 +54,6 @@ TEST(ClientRecordsTest, LocalNotificationFieldsRoundTrip)
     }
 }
 
-TEST(ClientRecordsTest, XmlUserInfoComesBackAsTheSameDictionaryInBinary)
-{
-    Value::Dictionary info { { "id", "x1" }, { "count", 2 } };
-    LocalNotificationFields fields { .userInfo = plist(Value(info), PropertyList::Format::Xml) };
-    auto back = LocalNotificationFields::unarchive(*fields.archive());
-    ASSERT_TRUE(back);
-    EXPECT_EQ(back->userInfo, plist(Value(info)));
-}
-
 TEST(ClientRecordsTest, FieldsThatCannotTravelMakeNoArchive)
 {
     struct Case {

@@ -118,43 +118,6 @@ TEST_F(RegistrarClientTest, EveryOperationIsAnsweredUnlessRefused)
     EXPECT_TRUE(errors.items().empty());
 }
 
-TEST_F(RegistrarClientTest, FailuresReachTheErrorHandlerNamingTheOperation)
-{
-    Daemon daemon(address(), IpcLimits { .maxPendingRequests = 1 });
-    auto shortWait = options();
-    shortWait.timeout = 1s;
-    KTSNotificationRegistrarClient client(shortWait);
-    auto never = [](auto...) { ADD_FAILURE() << "answered"; };
-    struct Case {
-        const char* name;
-        std::function<void()> invoke;
-        ClientErrorCode code;
-        const char* operation;
-    } cases[] = {
-        { "beyond the daemon's limit",
-            [&] {
-                client.notificationTypesForBundleIdentifier("hold", [](uint64_t) {});
-                client.notificationTypesForBundleIdentifier(app, never);
-            },
-            ClientErrorCode::LimitExceeded, "notificationTypesForBundleIdentifier" },
-        { "never answered", [&] { client.notificationTypesForBundleIdentifier("hold", never); },
-            ClientErrorCode::Timeout, "notificationTypesForBundleIdentifier" },
-        { "no settings record", [&] { client.registerNotificationSettings({ 'x' }, app, never); },
-            ClientErrorCode::InvalidArguments, "registerNotificationSettings" },
-        { "text the bus cannot carry",
-            [&] { client.notificationTypesForBundleIdentifier("com.example.\xff", never); },
-            ClientErrorCode::InvalidArguments, "notificationTypesForBundleIdentifier" },
-    };
-    for (auto& testCase : cases) {
-        SCOPED_TRACE(testCase.name);
-        auto count = errors.items().size() + 1;
-        testCase.invoke();
-        ASSERT_EQ(errors.waitFor(count).size(), count);
-        EXPECT_EQ(errorSummaries().back(), summary(testCase.code, testCase.operation));
-        daemon.registrar().releaseHeld();
-    }
-}
-
 TEST_F(RegistrarClientTest, WithoutDaemonOrBusCallsFailOffTheCallersThread)
 {
     Inbox<std::thread::id> threads;

@@ -75,30 +75,6 @@ TEST_F(SchedulerClientTest, SixtyFourNotificationsRoundTrip)
     EXPECT_TRUE(errors.items().empty());
 }
 
-TEST_F(SchedulerClientTest, ReceivedRecordsCancelWhatTheyDescribe)
-{
-    Daemon daemon(address());
-    KTSNotificationSchedulerClient client(options());
-    Inbox<KTSNotificationSchedulerClient::List> lists;
-    auto list = [&] {
-        client.scheduledLocalNotificationsForBundleIdentifier(
-            app, [&](auto list) { lists.push(std::move(list)); });
-        auto got = lists.waitFor(lists.items().size() + 1);
-        return got.empty() ? KTSNotificationSchedulerClient::List {} : got.back();
-    };
-    auto notifications = sixtyFourNotifications();
-    notifications.resize(3);
-    client.addScheduledLocalNotifications(archived(notifications), app);
-    auto scheduled = list();
-    ASSERT_EQ(scheduled.size(), 3u);
-
-    client.cancelScheduledLocalNotifications({ scheduled[1] }, app);
-    auto left = list();
-    ASSERT_EQ(left.size(), 2u);
-    EXPECT_EQ(LocalNotificationFields::unarchive(left[0]), notifications[0]);
-    EXPECT_EQ(LocalNotificationFields::unarchive(left[1]), notifications[2]);
-}
-
 TEST_F(SchedulerClientTest, ScheduleAnswersEntriesWithTheirFireDates)
 {
     Daemon daemon(address());
@@ -182,21 +158,6 @@ TEST_F(SchedulerClientTest, RefusedRequestsAreNeverAnsweredAndBadRecordsNeverSen
     EXPECT_EQ(errorSummaries(),
         std::vector<std::string> {
             summary(ClientErrorCode::InvalidArguments, "setScheduledLocalNotifications") });
-}
-
-TEST_F(SchedulerClientTest, ObservingIsRegisteredAgainWithEachNewDaemon)
-{
-    auto first = std::make_unique<Daemon>(address());
-    KTSNotificationSchedulerClient client(options());
-    Inbox<int> taken;
-    client.setObservingScheduledLocalNotifications(true, app, [&] { taken.push(1); });
-    ASSERT_EQ(taken.waitFor(1).size(), 1u);
-    first.reset();
-
-    Daemon second(address());
-    EXPECT_EQ(second.scheduler().calls.waitFor(1).size(), 1u);
-    EXPECT_EQ(callsTo(second.scheduler()), std::vector<std::string> { "SetObserving com.example.alarm" });
-    EXPECT_TRUE(errors.items().empty());
 }
 
 } // namespace

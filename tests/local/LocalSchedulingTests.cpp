@@ -309,36 +309,4 @@ TEST_F(LocalScheduling, FetchAnswersTheFireDatesInTheWindow)
     }
 }
 
-TEST_F(LocalScheduling, FetchWithoutEndOrSizeStopsAtTheDocumentedLimit)
-{
-    makeClient();
-    schedule({ dated(1, "every second", CalendarUnit::Second) });
-    KTSNotificationScheduleFetchRequest request;
-    auto answer = onQueue([&] { return client->scheduleForFetchRequest(request); });
-    EXPECT_EQ(answer->count(), KTLocalNotificationClient::unboundedFetchRequestFireDateLimit);
-    EXPECT_TRUE(logged("Fetch request without size stopped after 4096 fire dates"));
-}
-
-TEST_F(LocalScheduling, ABulletinLeadsBackToItsNotification)
-{
-    makeClient();
-    auto first = dated(-5, "first");
-    auto second = dated(-5, "second");
-    onQueue([&] {
-        client->_fireNotification(first);
-        client->_fireNotification(second);
-    });
-    Value records = KTNotificationStore::sharedInstance()->savedNotificationsForBundleID(app);
-    ASSERT_EQ(records.length(), 2u);
-    for (auto& record : records.arrayValue()) {
-        auto identifier = KTNotificationStore::uniqueIdentifierForNotification(record);
-        auto found = onQueue([&] { return client->_getLocalNotificationFromBulletin(identifier); });
-        ASSERT_NE(found, nullptr);
-        EXPECT_TRUE(found->isEqual(*first) || found->isEqual(*second));
-        EXPECT_EQ(found->alertBody(), record[KTNotificationStoreMessageKey].stringValue());
-    }
-    EXPECT_EQ(onQueue([&] { return client->_getLocalNotificationFromBulletin("unknown"); }), nullptr);
-    EXPECT_EQ(onQueue([&] { return client->_getLocalNotificationFromBulletin(std::nullopt); }), nullptr);
-}
-
 } // namespace

@@ -168,19 +168,6 @@ INSTANTIATE_TEST_SUITE_P(Cases, PerAppToken,
         TokenCase { "UninstalledWhileWaiting", true, std::nullopt, false, false, "YES.  We will " }),
     [](const auto& info) { return std::string(info.param.name); });
 
-TEST_F(PerAppToken, NullAndCloudContainerTopicsAreDropped)
-{
-    startWithEnabledApp();
-    connection()->sendToken(tokenA, std::nullopt, "x");
-    connection()->sendToken(tokenA, std::string("com.tamber.skyvault-container.") + app, "x");
-    device.waitUntilIdle();
-    EXPECT_TRUE(recorder->tokens().empty());
-    EXPECT_TRUE(waitingForToken(app));
-    EXPECT_EQ(device.systemLog().count(" for invalid topic "), 1u);
-    EXPECT_TRUE(
-        logged("Do not deliver Driftkeep tokens to app com.tamber.skyvault-container.com.example.app"));
-}
-
 class PublicToken : public RemoteServerFixture { };
 
 TEST_F(PublicToken, AChangeFlushesAndReRequestsOnlyRunningEnabledAppsOfThatEnvironment)
@@ -236,28 +223,6 @@ TEST_F(PublicToken, AChangeFlushesAndReRequestsOnlyRunningEnabledAppsOfThatEnvir
     EXPECT_EQ(storedClient(app)->lastKnownDeviceToken(), tokenA);
     auto lines = logLines();
     EXPECT_EQ(std::count(lines.begin(), lines.end(), "Flushing stale per-app tokens for 4 apps"), 1);
-}
-
-TEST_F(PushRegistration, NotificationTypesAreZeroWithoutPushElseTheSettings)
-{
-    ASSERT_TRUE(device.applicationWorkspace().install({ .identifier = app, .displayName = "Example" }));
-    device.systemAlerts().scriptAnswer(SystemAlertDefaultResponse);
-    KTNotificationSettingsService::sharedInstance()->registerNotificationTypes(7, app);
-    device.waitUntilIdle();
-    // The settings never hold more than the three bits; the server masks anyway.
-    ASSERT_EQ(KTNotificationSettingsService::sharedInstance()->notificationTypesForBundleIdentifier(app), 7u);
-    start();
-    std::vector<uint64_t> answers;
-    auto ask = [&] {
-        server->remoteNotificationTypesForBundleIdentifier(
-            app, [&](uint64_t types) { answers.push_back(types); });
-        device.waitUntilIdle();
-    };
-    ask();
-    setNotificationsEnabled(app, true);
-    registerApp(app);
-    ask();
-    EXPECT_EQ(answers, (std::vector<uint64_t> { 0, 7 }));
 }
 
 // Caller environments come only from a string entitlement naming a known environment.

@@ -218,38 +218,6 @@ TEST_F(NotificationStore, ObserversHearOfSuccessfulWritesOnAnotherThread)
     testing::Mock::AllowLeak(other.get());
 }
 
-TEST_F(NotificationStore, MakesAHundredDiagnosticStoresQuietly)
-{
-    auto observer = std::make_shared<StrictObserver>();
-    testing::Mock::AllowLeak(observer.get());
-    store()->addObserver(observer, "section7");
-    store()->makeTestNotificationStores();
-    device.waitUntilIdle();
-    EXPECT_EQ(storeFiles().size(), 100u);
-    auto saved = records("section99");
-    ASSERT_EQ(saved.size(), 199u);
-    EXPECT_EQ(saved[198][KTNotificationStoreMessageKey].stringValue(), "MESSAGE");
-}
-
-TEST_F(NotificationStore, RegisteringCreatesAnEmptyStoreOnlyWhenThereIsNone)
-{
-    store()->registerAppForNotificationsWithBundleID("com.example.app");
-    EXPECT_EQ(store()->savedNotificationsForBundleID("com.example.app"), Value(Value::Array {}));
-    EXPECT_TRUE(device.systemLog().contains("Saving empty store for bundleID: com.example.app"));
-
-    saveMessage("kept");
-    auto before = store()->savedNotificationDataForBundleID("com.example.app");
-    ASSERT_TRUE(before);
-    // Keyed archives are binary property lists, so common tools can read the stores.
-    EXPECT_EQ(std::string(before->begin(), before->begin() + 6), "bplist");
-    store()->registerAppForNotificationsWithBundleID("com.example.app");
-    EXPECT_EQ(store()->savedNotificationDataForBundleID("com.example.app"), before);
-
-    store()->unregisterAppForNotificationsWithBundleID("com.example.app");
-    EXPECT_FALSE(store()->savedNotificationDataForBundleID("com.example.app"));
-    EXPECT_TRUE(device.systemLog().contains("No notification data store found at"));
-}
-
 TEST_F(NotificationStore, UniqueIdentifiersFollowTitleMessageAndDate)
 {
     auto identifier = [](const Value::Dictionary& record) {
@@ -306,21 +274,6 @@ TEST_F(NotificationStore, BundleIdentifiersNeverLeaveTheStoreDirectory)
             "etcpasswd.pushstore", "x......y.pushstore" }));
     EXPECT_FALSE(FileManager::fileExistsAtPath(
         Path::appendingComponent(device.libraryDirectory(), "Vantry/y.pushstore")));
-}
-
-TEST_F(NotificationStore, UpdatesSinceIncludeTheSameSecond)
-{
-    EXPECT_FALSE(store()->bundleIDsWithUpdatesSince(std::nullopt));
-    saveMessage("a", "com.example.a");
-    auto updated = store()->lastUpdateDateForBundleID("com.example.a");
-    ASSERT_TRUE(updated);
-    using IDs = std::optional<std::vector<std::string>>;
-    EXPECT_EQ(store()->bundleIDsWithUpdatesSince(updated->addingTimeInterval(0.9)), IDs({ "com.example.a" }));
-    EXPECT_EQ(
-        store()->bundleIDsWithUpdatesSince(updated->addingTimeInterval(1)), IDs(std::vector<std::string> {}));
-
-    EXPECT_FALSE(store()->lastUpdateDateForBundleID("com.example.none"));
-    EXPECT_TRUE(device.systemLog().contains("Could not stat push store for bundle ID: com.example.none"));
 }
 
 TEST_F(NotificationStore, ASaveSeesAFileReplacedBehindItsBack)
@@ -447,15 +400,6 @@ Value record(const char* message)
 {
     return Value(Value::Dictionary { { KTNotificationStoreMessageKey, message },
         { KTNotificationStoreCreationDateKey, Date(100) }, { "AppNotificationBadgeNumber", -2 } });
-}
-
-TEST_F(PushStoreMigration, AMissingDirectoryNeedsNothing)
-{
-    FileManager::removeItemAtPath(directory);
-    KTNotificationStore::migratePushStore();
-    EXPECT_EQ(device.systemLog().lines(),
-        (std::vector<std::string> { prefix + "Migrating push store: " + directory,
-            prefix + "Push store does not exist; no migration needed." }));
 }
 
 TEST_F(PushStoreMigration, ConvertsListsReplacingNewFilesAndDeletesEmptyOnes)

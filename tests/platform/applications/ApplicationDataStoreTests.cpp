@@ -143,22 +143,6 @@ TEST_F(ApplicationDataStoreTest, TypedReadsAnswerOnlyWhatWasAskedFor)
     }
 }
 
-TEST_F(ApplicationDataStoreTest, SynchronizeFoldsTheLogIntoTheFileThatANewDatabaseReads)
-{
-    ASSERT_TRUE(store->setObject("plain", "plain"));
-    ASSERT_TRUE(store->setArchivedObject(note("archived"), "archived"));
-    auto wal = databasePath(device) + "-wal";
-    ASSERT_GT(FileManager::contentsAtPath(wal).value_or(Bytes {}).size(), 0u);
-    EXPECT_TRUE(store->synchronize());
-    EXPECT_EQ(FileManager::contentsAtPath(wal).value_or(Bytes { 1 }).size(), 0u);
-
-    auto reopened = std::make_shared<ApplicationDataStoreDatabase>(databasePath(device));
-    ApplicationDataStore again("com.example.app", reopened);
-    EXPECT_EQ(again.objectForKey("plain"), Value("plain"));
-    EXPECT_EQ(again.archivedObjectForKey("archived", { "TestNote", {} }), note("archived"));
-    EXPECT_EQ(reopened->bundleIdentifiers(), Names { "com.example.app" });
-}
-
 // Damages the whole file, or one page of it as a torn write would.
 class CorruptFiles : public ApplicationDataStoreTest, public ::testing::WithParamInterface<bool> { };
 

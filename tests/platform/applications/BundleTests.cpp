@@ -85,24 +85,6 @@ TEST_F(BundleTest, OnlyDirectoriesAreBundlesAndTheManifestIsRead)
     }
 }
 
-TEST_F(BundleTest, DevelopmentLocalization)
-{
-    const std::pair<Value, std::string> cases[] = {
-        { Value(), "en" },
-        { Value("de"), "de" },
-        { Value(7), "en" },
-        { Value(".."), "en" },
-        { Value("../x"), "en" },
-    };
-    for (const auto& [declared, expected] : cases) {
-        Value::Dictionary info { { "Identifier", "a" } };
-        if (!declared.isNull())
-            info.emplace("DevelopmentLocalization", declared);
-        writeManifest(info);
-        EXPECT_EQ(open()->developmentLocalization(), expected) << declared.description();
-    }
-}
-
 TEST_F(BundleTest, ResourceLookup)
 {
     writeManifest({ { "Identifier", "a" }, { "DevelopmentLocalization", "fr" } });
@@ -173,17 +155,6 @@ TEST_F(BundleTest, LocalizedStringsFallBack)
 
     device.platform().preferredLocalizations = { "en" };
     EXPECT_EQ(bundle->localizedStringForKey("greeting", "", ""), "Hello");
-}
-
-TEST_F(BundleTest, DisplayNameIsLocalizedFromTheManifestTable)
-{
-    writeManifest({ { "Identifier", "com.example.app" }, { "DisplayName", "Example" } });
-    EXPECT_EQ(open()->localizedDisplayName(), "Example");
-    writeFile("en.lang/Manifest.strings", "DisplayName = \"Beispiel\";");
-    EXPECT_EQ(open()->localizedDisplayName(), "Beispiel");
-    FileManager::removeItemAtPath(bundlePath());
-    writeManifest({ { "Identifier", "com.example.app" } });
-    EXPECT_EQ(open()->localizedDisplayName(), "com.example.app");
 }
 
 } // namespace

@@ -135,14 +135,6 @@ TEST_F(KeyedArchiveTest, EveryKindDecodesToAnIdenticalValue)
     }
 }
 
-TEST_F(KeyedArchiveTest, FactoryAnsweringNullReadsAsNull)
-{
-    auto decoded
-        = KeyedArchive::unarchive(*KeyedArchive::archivedData(Value::Array { named("NullNote"), 1 }));
-    ASSERT_TRUE(decoded);
-    EXPECT_TRUE(identical(*decoded, Value::Array { Value(), 1 }));
-}
-
 TEST_F(KeyedArchiveTest, OldClassNameDecodesIntoTheCurrentClass)
 {
     auto bytes = KeyedArchive::archivedData(std::make_shared<Note>("legacy", 3, Value(), "LegacyNote"));

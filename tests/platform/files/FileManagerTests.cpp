@@ -46,22 +46,6 @@ protected:
     TemporaryDirectory directory;
 };
 
-TEST_F(FileManagerTest, WriteAtomicallyCreatesAndReplaces)
-{
-    std::string path = directory / "settings.plist";
-    mode_t oldMask = umask(022);
-    for (bool durable : { true, false }) {
-        for (std::string text : { "first", "second, longer", "" }) {
-            std::string error;
-            ASSERT_TRUE(FileManager::writeAtomically(path, bytesOf(text), &error, durable)) << error;
-            EXPECT_EQ(textAt(path), text);
-        }
-    }
-    umask(oldMask);
-    EXPECT_EQ(permissions(path), 0644u);
-    EXPECT_EQ(listing(directory.path()), Names { "settings.plist" });
-}
-
 TEST_F(FileManagerTest, FailedWriteKeepsTheOldFileWhole)
 {
     std::string path = directory / "state";
@@ -159,18 +143,6 @@ TEST_F(FileManagerTest, ExistenceAndLinks)
     }
 }
 
-TEST_F(FileManagerTest, ModificationTimeAndSortedListing)
-{
-    for (const char* name : { "b", "a", ".hidden", "C", "a2" })
-        write(name);
-    ASSERT_TRUE(FileManager::createDirectoryAtPath(directory / "d", false));
-    EXPECT_EQ(listing(directory.path()), (Names { ".hidden", "C", "a", "a2", "b", "d" }));
-
-    struct timespec times[2] = { { 1700000000, 0 }, { 1600000000, 999999999 } };
-    ASSERT_EQ(utimensat(AT_FDCWD, (directory / "a").c_str(), times, 0), 0);
-    EXPECT_EQ(FileManager::modificationTime(directory / "a"), 1600000000);
-}
-
 TEST_F(FileManagerTest, RemoveTreeWithoutFollowingLinks)
 {
     std::string outside = directory / "outside";
@@ -214,34 +186,6 @@ TEST_F(FileManagerTest, MoveWithinAndAcrossFileSystems)
     EXPECT_EQ(textAt(destination), "payload");
     EXPECT_EQ(permissions(destination), 0600u);
     unlink(destination.c_str());
-}
-
-TEST_F(FileManagerTest, CreateDirectory)
-{
-    write("file");
-    // Path, whether with intermediates, whether it succeeds.
-    const std::tuple<std::string, bool, bool> cases[] = {
-        { directory / "a", false, true },
-        { directory / "a", false, false },
-        { directory / "a", true, true },
-        { directory / "x/y/z", false, false },
-        { directory / "x/y//z/", true, true },
-        { directory / "x/y/z", true, true },
-        { directory / "file", true, false },
-        { directory / "file/sub", true, false },
-    };
-    for (const auto& [path, intermediates, succeeds] : cases) {
-        std::string error;
-        EXPECT_EQ(FileManager::createDirectoryAtPath(path, intermediates, &error), succeeds)
-            << path << " " << intermediates;
-        EXPECT_EQ(error.empty(), succeeds) << error;
-    }
-    bool isDirectory = false;
-    EXPECT_TRUE(FileManager::fileExistsAtPath(directory / "x/y/z", &isDirectory) && isDirectory);
-    mode_t oldMask = umask(0);
-    ASSERT_TRUE(FileManager::createDirectoryAtPath(directory / "m", false));
-    umask(oldMask);
-    EXPECT_EQ(permissions(directory / "m"), 0755u);
 }
 
 TEST(FileManager, LibraryDirectoryFromEnvironment)

@@ -123,41 +123,6 @@ TEST_F(FileLoggerTest, ReloadFollowsTheFileOnDisk)
     EXPECT_EQ(logger->hooks, (std::vector<std::string> { "disable", "enable", "level 3", "disable" }));
 }
 
-TEST_F(FileLoggerTest, LinesCarryMillisecondTimestamps)
-{
-    auto manager = makeManager();
-    auto logger = std::make_shared<TestLogger>();
-    manager->registerLogger(logger);
-    EXPECT_FALSE(FileManager::fileExistsAtPath(logsDirectory())) << "the directory waits for the first line";
-
-    now = Date(0);
-    logger->log("first");
-    now = Date(1.25);
-    logger->log("second % with %s");
-    now = Date::fromTimeIntervalSince1970(1700000000.1239);
-    logger->log("");
-    EXPECT_EQ(logText("Delivery"),
-        "2001-01-01T00:00:00.000Z first\n"
-        "2001-01-01T00:00:01.250Z second % with %s\n"
-        "2023-11-14T22:13:20.123Z \n");
-
-    // A second manager (a restarted process) appends to the same file.
-    auto again = makeManager();
-    auto reopened = std::make_shared<TestLogger>();
-    again->registerLogger(reopened);
-    reopened->log("after restart");
-    EXPECT_NE(logText("Delivery").find("\n2023-11-14T22:13:20.123Z after restart\n"), std::string::npos);
-}
-
-TEST(FileLogSink, TimestampsBeforeTheEpochRoundDown)
-{
-    const std::pair<double, const char*> cases[]
-        = { { 0, "1970-01-01T00:00:00.000Z" }, { -0.001, "1969-12-31T23:59:59.999Z" },
-              { -1.5, "1969-12-31T23:59:58.500Z" }, { 86399.9999, "1970-01-01T23:59:59.999Z" } };
-    for (auto [since1970, expected] : cases)
-        EXPECT_EQ(FileLogSink::timestamp(Date::fromTimeIntervalSince1970(since1970)), expected) << since1970;
-}
-
 TEST_F(FileLoggerTest, LoggersWithoutALiveManagerWriteNothing)
 {
     auto unregistered = std::make_shared<TestLogger>("Unregistered");

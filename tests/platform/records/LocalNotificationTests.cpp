@@ -384,17 +384,6 @@ TEST(LocalNotificationTest, DecodingRefusesObjectsWhereOnlyValuesBelong)
     EXPECT_EQ(KTSLocalNotificationWhitelistedUnarchiveFromData(*archived), nullptr);
 }
 
-TEST(LocalNotificationTest, ClearNonSystemPropertiesResetsOnlySystemOnes)
-{
-    auto notification = fullNotification();
-    auto expected = notification->copy();
-    expected->setFiredNotificationName("");
-    expected->setSnoozedNotificationName("");
-    expected->setTransient(false);
-    notification->clearNonSystemProperties();
-    EXPECT_TRUE(notification->isEqual(*expected)) << notification->description();
-}
-
 TEST(LocalNotificationTest, NotANumberNeverBreaksEqualityWithACopy)
 {
     LocalNotification notification;
