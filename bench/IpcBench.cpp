@@ -1,19 +1,22 @@
-// Round trips through the client library to a daemon-side adaptor on a private
+// Round trips through the client library to the daemon's listeners on a private
 // bus: a small request (NotificationTypes) against org.freedesktop.DBus.Peer.Ping
 // to the same peer, which is the least a round trip through the bus costs, and
-// lists of 64 archived local notifications each way. The adaptor answers at
-// once, so what is measured is the bus and the library on both ends.
-#include "platform/archive/KeyedArchive.h"
+// lists of 64 archived local notifications each way. The exported objects answer
+// at once, so what is measured is the bus, the transport and the library.
 #include "platform/records/LocalNotification.h"
 #include "services/KTSConstants.h"
-#include "services/KTSLocalNotificationWhitelistedUnarchive.h"
 #include "services/KTSNotificationRegistrarService.h"
 #include "services/KTSNotificationSchedulerService.h"
 
-#include "dbus/registrar-adaptor.h"
-#include "dbus/scheduler-adaptor.h"
+#include "platform/ipc/IpcConnection.h"
+#include "platform/ipc/IpcListener.h"
+#include "platform/linux/dbus/DbusIpcService.h"
+#include "services/KTSNotificationRegistrarServerProtocol.h"
+#include "services/KTSNotificationSchedulerServerProtocol.h"
 
+#include <algorithm>
 #include <benchmark/benchmark.h>
+#include <chrono>
 #include <condition_variable>
 #include <csignal>
 #include <cstdlib>
@@ -89,115 +92,105 @@ private:
     std::string _address;
 };
 
-class Registrar final : public sdbus::AdaptorInterfaces<com::tamber::Tessel::Registrar1_adaptor> {
+// The daemon's side is the real transport; the exported objects answer at once.
+class Registrar final : public KTSNotificationRegistrarServerProtocol {
 public:
-    explicit Registrar(sdbus::IConnection& bus)
-        : AdaptorInterfaces(bus, KTSNotificationRegistrarService::objectPath())
+    void setObservingRemoteNotifications(bool, const std::string&, Completion done) override { done(); }
+    void invalidateTokenForRemoteNotificationsForBundleIdentifier(
+        const std::string&, Completion done) override
     {
-        registerAdaptor();
+        done();
     }
-    ~Registrar() { unregisterAdaptor(); }
-
-private:
-    void NotificationTypes(sdbus::Result<uint64_t>&& result, std::string) override
+    void registerNotificationSettings(
+        std::shared_ptr<NotificationSettings> settings, const std::string&, SettingsResult result) override
     {
-        result.returnResults(7);
+        result(settings);
     }
-    void SetObservingRemoteNotifications(sdbus::Result<>&& result, bool, std::string) override
+    void registerBadgeSettingForBundleIdentifier(const std::string&, Completion done) override { done(); }
+    void notificationSettingsForBundleIdentifier(const std::string&, SettingsResult result) override
     {
-        result.returnResults();
+        result(nullptr);
     }
-    void InvalidateTokenForRemoteNotifications(sdbus::Result<>&& result, std::string) override
+    void notificationTypesForBundleIdentifier(const std::string&, TypesResult result) override { result(7); }
+    void allowsRemoteNotificationsForBundleIdentifier(const std::string&, BoolResult result) override
     {
-        result.returnResults();
+        result(true);
     }
-    void RegisterNotificationSettings(
-        sdbus::Result<std::vector<uint8_t>>&& result, std::vector<uint8_t> settings, std::string) override
+    void remoteNotificationTypesForBundleIdentifier(const std::string&, TypesResult result) override
     {
-        result.returnResults(settings);
+        result(7);
     }
-    void RegisterBadgeSetting(sdbus::Result<>&& result, std::string) override { result.returnResults(); }
-    void NotificationSettings(sdbus::Result<std::vector<uint8_t>>&& result, std::string) override
+    void registerRemoteNotificationTypes(uint64_t, const std::string&, ErrorResult result) override
     {
-        result.returnResults({});
+        result(std::nullopt);
     }
-    void AllowsRemoteNotifications(sdbus::Result<bool>&& result, std::string) override
+    void requestTokenForRemoteNotificationsForBundleIdentifier(
+        const std::string&, ErrorResult result) override
     {
-        result.returnResults(true);
+        result(std::nullopt);
     }
-    void RemoteNotificationTypes(sdbus::Result<uint64_t>&& result, std::string) override
-    {
-        result.returnResults(7);
-    }
-    void RegisterRemoteNotificationTypes(
-        sdbus::Result<std::string, int64_t, std::string>&& result, uint64_t, std::string) override
-    {
-        result.returnResults("", 0, "");
-    }
-    void RequestTokenForRemoteNotifications(
-        sdbus::Result<std::string, int64_t, std::string>&& result, std::string) override
-    {
-        result.returnResults("", 0, "");
-    }
-    void BackgroundAppRefreshBundleIdentifierMapping(sdbus::Result<std::vector<uint8_t>>&& result) override
-    {
-        result.returnResults({});
-    }
-    void SetAllowsBackgroundRefresh(sdbus::Result<>&& result, bool, std::string) override
-    {
-        result.returnResults();
-    }
+    void backgroundAppRefreshBundleIdentifierMappingWithResult(MappingResult result) override { result({}); }
+    void setAllowsBackgroundRefresh(bool, const std::string&, Completion done) override { done(); }
 };
 
-// Decodes what it is sent with the safe decoder, as the daemon must, and
-// answers the list it holds archived.
-class Scheduler final : public sdbus::AdaptorInterfaces<com::tamber::Tessel::Scheduler1_adaptor> {
+// Keeps the list it is given (the transport decoded it with the safe decoder)
+// and answers it.
+class Scheduler final : public KTSNotificationSchedulerServerProtocol {
 public:
-    explicit Scheduler(sdbus::IConnection& bus)
-        : AdaptorInterfaces(bus, KTSNotificationSchedulerService::objectPath())
+    void scheduledLocalNotificationsForBundleIdentifier(const std::string&, ListResult result) override
     {
-        registerAdaptor();
+        result(_scheduled);
     }
-    ~Scheduler() { unregisterAdaptor(); }
+    void scheduleForBundleIdentifier(const std::string&, std::shared_ptr<KTSNotificationScheduleFetchRequest>,
+        ScheduleResult result) override
+    {
+        result(nullptr);
+    }
+    void setScheduledLocalNotifications(const List& list, const std::string&, Completion done) override
+    {
+        _scheduled = list;
+        done();
+    }
+    void addScheduledLocalNotifications(const List&, const std::string&, Completion done) override { done(); }
+    void cancelScheduledLocalNotifications(const List&, const std::string&, Completion done) override
+    {
+        done();
+    }
+    void snoozeScheduledLocalNotifications(const List&, const std::string&, Completion done) override
+    {
+        if (done)
+            done();
+    }
+    void setObservingScheduledLocalNotifications(bool, const std::string&, Completion done) override
+    {
+        done();
+    }
 
 private:
-    void ScheduledLocalNotifications(sdbus::Result<Archives>&& result, std::string) override
+    List _scheduled;
+};
+
+class Delegate final : public IpcListenerDelegate {
+public:
+    bool listenerShouldAcceptNewConnection(
+        IpcListener& listener, const std::shared_ptr<IpcConnection>& connection) override
     {
-        Archives list;
-        for (auto& notification : _scheduled)
-            list.push_back(*KeyedArchive::archivedData(Value(notification)));
-        result.returnResults(list);
-    }
-    void SetScheduledLocalNotifications(sdbus::Result<>&& result, Archives list, std::string) override
-    {
-        _scheduled.clear();
-        for (auto& archive : list)
-            if (auto notification = KTSLocalNotificationWhitelistedUnarchiveFromData(archive))
-                _scheduled.push_back(std::move(notification));
-        result.returnResults();
-    }
-    void Schedule(sdbus::Result<std::vector<uint8_t>>&& result, std::string, std::vector<uint8_t>) override
-    {
-        result.returnResults({});
-    }
-    void AddScheduledLocalNotifications(sdbus::Result<>&& result, Archives, std::string) override
-    {
-        result.returnResults();
-    }
-    void CancelScheduledLocalNotifications(sdbus::Result<>&& result, Archives, std::string) override
-    {
-        result.returnResults();
-    }
-    void SnoozeScheduledLocalNotifications(sdbus::Result<>&& result, Archives, std::string) override
-    {
-        result.returnResults();
-    }
-    void SetObservingScheduledLocalNotifications(sdbus::Result<>&& result, bool, std::string) override
-    {
-        result.returnResults();
+        if (listener.serviceName() == KTSNotificationRegistrarServiceName) {
+            connection->setExportedInterface(KTSNotificationRegistrarService::serverInterface());
+            connection->setExportedObject<KTSNotificationRegistrarServerProtocol>(_registrar);
+            connection->setRemoteObjectInterface(KTSNotificationRegistrarService::clientInterface());
+        } else {
+            connection->setExportedInterface(KTSNotificationSchedulerService::serverInterface());
+            connection->setExportedObject<KTSNotificationSchedulerServerProtocol>(_scheduler);
+            connection->setRemoteObjectInterface(KTSNotificationSchedulerService::clientInterface());
+        }
+        connection->resume();
+        return true;
     }
 
-    std::vector<std::shared_ptr<LocalNotification>> _scheduled;
+private:
+    std::shared_ptr<Registrar> _registrar = std::make_shared<Registrar>();
+    std::shared_ptr<Scheduler> _scheduler = std::make_shared<Scheduler>();
 };
 
 // The bus and the daemon side, for the whole run.
@@ -206,29 +199,27 @@ struct Daemon {
     {
         if (bus.address().empty())
             return;
-        connection = sdbus::createSessionBusConnectionWithAddress(bus.address());
-        registrar = std::make_unique<Registrar>(*connection);
-        scheduler = std::make_unique<Scheduler>(*connection);
-        connection->requestName(KTSNotificationRegistrarServiceName);
-        connection->requestName(KTSNotificationSchedulerServiceName);
-        connection->enterEventLoopAsync();
+        service = std::make_shared<DbusIpcService>(bus.address());
+        for (auto name : { KTSNotificationRegistrarServiceName, KTSNotificationSchedulerServiceName }) {
+            listeners.push_back(service->makeListener(name));
+            listeners.back()->setDelegate(delegate);
+            listeners.back()->resume();
+        }
+        running = service->start();
     }
     ~Daemon()
     {
-        if (!connection)
-            return;
-        connection->leaveEventLoop();
-        registrar.reset();
-        scheduler.reset();
-        connection.reset();
+        for (auto& listener : listeners)
+            listener->invalidate();
     }
 
     ClientOptions options() const { return { .busAddress = bus.address() }; }
 
     BenchBus bus;
-    std::unique_ptr<sdbus::IConnection> connection;
-    std::unique_ptr<Registrar> registrar;
-    std::unique_ptr<Scheduler> scheduler;
+    std::shared_ptr<Delegate> delegate = std::make_shared<Delegate>();
+    std::shared_ptr<DbusIpcService> service;
+    std::vector<std::shared_ptr<IpcListener>> listeners;
+    bool running = false;
 };
 
 Daemon& daemon()
@@ -261,6 +252,32 @@ private:
     int64_t _count = 0;
 };
 
+// Each round trip's time, reported as percentiles beside the mean.
+class Latencies {
+public:
+    template <typename Body> void time(Body body)
+    {
+        auto start = std::chrono::steady_clock::now();
+        body();
+        _samples.push_back(
+            std::chrono::duration<double, std::micro>(std::chrono::steady_clock::now() - start).count());
+    }
+    void report(benchmark::State& state)
+    {
+        if (_samples.empty())
+            return;
+        std::sort(_samples.begin(), _samples.end());
+        auto at = [&](double q) {
+            return _samples[static_cast<size_t>(q * static_cast<double>(_samples.size() - 1))];
+        };
+        state.counters["p50_us"] = at(0.5);
+        state.counters["p99_us"] = at(0.99);
+    }
+
+private:
+    std::vector<double> _samples;
+};
+
 Archives sixtyFour()
 {
     Archives list;
@@ -280,32 +297,38 @@ Archives sixtyFour()
 
 void BM_PeerPing(benchmark::State& state)
 {
-    if (!daemon().connection)
+    if (!daemon().running)
         return state.SkipWithError("no private bus");
     // A connection without a loop of its own: the caller reads the reply itself.
     auto connection = sdbus::createSessionBusConnectionWithAddress(daemon().bus.address());
     auto peer = sdbus::createProxy(
         *connection, KTSNotificationRegistrarServiceName, KTSNotificationRegistrarService::objectPath());
+    Latencies latencies;
     for (auto _ : state)
-        peer->callMethod("Ping").onInterface("org.freedesktop.DBus.Peer");
+        latencies.time([&] { peer->callMethod("Ping").onInterface("org.freedesktop.DBus.Peer"); });
+    latencies.report(state);
 }
 BENCHMARK(BM_PeerPing)->UseRealTime();
 
 void BM_ClientNotificationTypes(benchmark::State& state)
 {
-    if (!daemon().connection)
+    if (!daemon().running)
         return state.SkipWithError("no private bus");
     KTSNotificationRegistrarClient client(daemon().options());
     Answers answers;
     int64_t sent = 0;
     uint64_t types = 0;
+    Latencies latencies;
     for (auto _ : state) {
-        client.notificationTypesForBundleIdentifier(bundleID, [&](uint64_t answer) {
-            types = answer;
-            answers.add();
+        latencies.time([&] {
+            client.notificationTypesForBundleIdentifier(bundleID, [&](uint64_t answer) {
+                types = answer;
+                answers.add();
+            });
+            answers.waitFor(++sent);
         });
-        answers.waitFor(++sent);
     }
+    latencies.report(state);
     if (types != 7)
         state.SkipWithError("wrong answer");
 }
@@ -314,7 +337,7 @@ BENCHMARK(BM_ClientNotificationTypes)->UseRealTime();
 // 64 archived notifications to the daemon, which decodes each.
 void BM_ClientSet64Notifications(benchmark::State& state)
 {
-    if (!daemon().connection)
+    if (!daemon().running)
         return state.SkipWithError("no private bus");
     KTSNotificationSchedulerClient client(daemon().options());
     auto list = sixtyFour();
@@ -330,7 +353,7 @@ BENCHMARK(BM_ClientSet64Notifications)->UseRealTime();
 // 64 archived notifications from the daemon, each validated by the client.
 void BM_ClientList64Notifications(benchmark::State& state)
 {
-    if (!daemon().connection)
+    if (!daemon().running)
         return state.SkipWithError("no private bus");
     KTSNotificationSchedulerClient client(daemon().options());
     Answers answers;
