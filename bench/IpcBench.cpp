@@ -8,6 +8,7 @@
 #include "services/KTSNotificationRegistrarService.h"
 #include "services/KTSNotificationSchedulerService.h"
 
+#include "Latch.h"
 #include "platform/ipc/IpcConnection.h"
 #include "platform/ipc/IpcListener.h"
 #include "platform/linux/dbus/DbusIpcService.h"
@@ -228,30 +229,6 @@ Daemon& daemon()
     return instance;
 }
 
-// Counts answers; the measuring thread waits for each in turn.
-class Answers {
-public:
-    // Notified unlocked, so that the woken thread does not wait for the lock.
-    void add()
-    {
-        {
-            std::lock_guard lock(_lock);
-            ++_count;
-        }
-        _changed.notify_one();
-    }
-    void waitFor(int64_t count)
-    {
-        std::unique_lock lock(_lock);
-        _changed.wait(lock, [&] { return _count >= count; });
-    }
-
-private:
-    std::mutex _lock;
-    std::condition_variable _changed;
-    int64_t _count = 0;
-};
-
 // Each round trip's time, reported as percentiles beside the mean.
 class Latencies {
 public:
@@ -315,7 +292,7 @@ void BM_ClientNotificationTypes(benchmark::State& state)
     if (!daemon().running)
         return state.SkipWithError("no private bus");
     KTSNotificationRegistrarClient client(daemon().options());
-    Answers answers;
+    Latch answers;
     int64_t sent = 0;
     uint64_t types = 0;
     Latencies latencies;
@@ -323,7 +300,7 @@ void BM_ClientNotificationTypes(benchmark::State& state)
         latencies.time([&] {
             client.notificationTypesForBundleIdentifier(bundleID, [&](uint64_t answer) {
                 types = answer;
-                answers.add();
+                answers.signal();
             });
             answers.waitFor(++sent);
         });
@@ -341,10 +318,10 @@ void BM_ClientSet64Notifications(benchmark::State& state)
         return state.SkipWithError("no private bus");
     KTSNotificationSchedulerClient client(daemon().options());
     auto list = sixtyFour();
-    Answers answers;
+    Latch answers;
     int64_t sent = 0;
     for (auto _ : state) {
-        client.setScheduledLocalNotifications(list, bundleID, [&] { answers.add(); });
+        client.setScheduledLocalNotifications(list, bundleID, [&] { answers.signal(); });
         answers.waitFor(++sent);
     }
 }
@@ -356,15 +333,15 @@ void BM_ClientList64Notifications(benchmark::State& state)
     if (!daemon().running)
         return state.SkipWithError("no private bus");
     KTSNotificationSchedulerClient client(daemon().options());
-    Answers answers;
-    client.setScheduledLocalNotifications(sixtyFour(), bundleID, [&] { answers.add(); });
+    Latch answers;
+    client.setScheduledLocalNotifications(sixtyFour(), bundleID, [&] { answers.signal(); });
     answers.waitFor(1);
     int64_t sent = 1;
     size_t count = 0;
     for (auto _ : state) {
         client.scheduledLocalNotificationsForBundleIdentifier(bundleID, [&](auto list) {
             count = list.size();
-            answers.add();
+            answers.signal();
         });
         answers.waitFor(++sent);
     }

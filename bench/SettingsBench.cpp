@@ -4,6 +4,7 @@
 // go to the section settings a machine keeps, the durable SQLite table, which
 // is what a registration costs outside the simulation.
 #include "BenchDevice.h"
+#include "Latch.h"
 #include "bulletins/KTDefaultDataProviderFactory.h"
 #include "platform/Platform.h"
 #include "platform/alerts/SystemAlert.h"
@@ -26,27 +27,6 @@ using namespace tessel;
 namespace {
 
 constexpr const char* bundleID = "com.example.settings";
-
-// Lets the measuring thread wait for one answer at a time.
-class Latch {
-public:
-    void signal()
-    {
-        std::lock_guard lock(_lock);
-        ++_count;
-        _changed.notify_all();
-    }
-    void waitFor(int64_t count)
-    {
-        std::unique_lock lock(_lock);
-        _changed.wait(lock, [&] { return _count >= count; });
-    }
-
-private:
-    std::mutex _lock;
-    std::condition_variable _changed;
-    int64_t _count = 0;
-};
 
 std::shared_ptr<NotificationSettings> benchSettings()
 {

@@ -1,0 +1,33 @@
+#pragma once
+
+#include <condition_variable>
+#include <cstdint>
+#include <mutex>
+
+namespace tessel {
+
+// Lets the measuring thread wait for one answer at a time.
+class Latch {
+public:
+    // Notified unlocked, so that the woken thread does not wait for the lock.
+    void signal()
+    {
+        {
+            std::lock_guard lock(_lock);
+            ++_count;
+        }
+        _changed.notify_all();
+    }
+    void waitFor(int64_t count)
+    {
+        std::unique_lock lock(_lock);
+        _changed.wait(lock, [&] { return _count >= count; });
+    }
+
+private:
+    std::mutex _lock;
+    std::condition_variable _changed;
+    int64_t _count = 0;
+};
+
+} // namespace tessel
