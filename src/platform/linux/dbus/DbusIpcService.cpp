@@ -4,6 +4,7 @@
 #include "platform/linux/dbus/DbusIpcListener.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cstdlib>
 #include <future>
 #include <poll.h>
@@ -159,7 +160,7 @@ void DbusIpcService::run()
                 _broken = true;
             }
         }
-        if (handled == requestsPerTurn || moreTasks)
+        if (handled == requestsPerTurn || moreTasks || (handled > 0 && awaitReplyBriefly()))
             continue;
         pollfd fds[2] = { { _wakeFd, POLLIN, 0 }, { -1, 0, 0 } };
         int timeout = -1;
@@ -179,6 +180,22 @@ void DbusIpcService::run()
         }
     }
     busThreadService = nullptr;
+}
+
+bool DbusIpcService::awaitReplyBriefly()
+{
+    // A request just handed to a connection's queue is often answered within
+    // microseconds; staying up for it spares the reply a wake-up from poll.
+    auto deadline = std::chrono::steady_clock::now() + std::chrono::microseconds(50);
+    while (std::chrono::steady_clock::now() < deadline) {
+        {
+            std::lock_guard guard(_tasksMutex);
+            if (!_tasks.empty())
+                return true;
+        }
+        std::this_thread::yield();
+    }
+    return false;
 }
 
 bool DbusIpcService::runPostedTasks()

@@ -71,6 +71,8 @@ public:
 private:
     void run();
     bool runPostedTasks();
+    // True when a task was posted within a short wait.
+    bool awaitReplyBriefly();
     void nameOwnerChanged(sdbus::Message& message);
 
     const std::string _address;
