@@ -103,6 +103,15 @@ KTSNotificationSchedulerClient::NotificationsEvent listEvent(TesselServicesListE
     };
 }
 
+// Hands a plain answer to the application's function, when it gave one.
+template <typename Function> auto plainResult(Function result, void* context)
+{
+    return [result, context](auto value) {
+        if (result)
+            result(context, value);
+    };
+}
+
 KTSNotificationRegistrarClient::SettingsResult recordResult(TesselServicesRecordResult result, void* context)
 {
     if (!result)
@@ -231,31 +240,21 @@ void TesselServicesRegistrarNotificationSettings(TesselServicesRegistrar* client
 void TesselServicesRegistrarNotificationTypes(TesselServicesRegistrar* client, const char* bundleIdentifier,
     TesselServicesTypesResult result, void* context)
 {
-    client->client.notificationTypesForBundleIdentifier(
-        text(bundleIdentifier), [result, context](uint64_t types) {
-            if (result)
-                result(context, types);
-        });
+    client->client.notificationTypesForBundleIdentifier(text(bundleIdentifier), plainResult(result, context));
 }
 
 void TesselServicesRegistrarAllowsRemoteNotifications(TesselServicesRegistrar* client,
     const char* bundleIdentifier, TesselServicesBoolResult result, void* context)
 {
     client->client.allowsRemoteNotificationsForBundleIdentifier(
-        text(bundleIdentifier), [result, context](bool value) {
-            if (result)
-                result(context, value);
-        });
+        text(bundleIdentifier), plainResult(result, context));
 }
 
 void TesselServicesRegistrarRemoteNotificationTypes(TesselServicesRegistrar* client,
     const char* bundleIdentifier, TesselServicesTypesResult result, void* context)
 {
     client->client.remoteNotificationTypesForBundleIdentifier(
-        text(bundleIdentifier), [result, context](uint64_t types) {
-            if (result)
-                result(context, types);
-        });
+        text(bundleIdentifier), plainResult(result, context));
 }
 
 void TesselServicesRegistrarRegisterRemoteNotificationTypes(TesselServicesRegistrar* client, uint64_t types,

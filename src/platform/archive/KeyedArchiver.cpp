@@ -1,6 +1,7 @@
 #include "platform/archive/KeyedArchiver.h"
 
 #include "platform/archive/KeyedArchive.h"
+#include "platform/archive/PlistChildren.h"
 #include "platform/archive/PropertyList.h"
 
 #include <plist/plist.h>
@@ -117,32 +118,14 @@ void* KeyedArchiver::collectionNode(const Value& value, int depth)
 {
     if (depth >= PropertyList::maximumDepth)
         return fail("value nested too deeply"), nullptr;
-    if (value.isArray()) {
-        plist_t array = plist_new_array();
-        for (const auto& element : value.arrayValue()) {
-            plist_t child = static_cast<plist_t>(node(element, depth + 1));
-            if (!child) {
-                plist_free(array);
-                return nullptr;
-            }
-            plist_array_append_item(array, child);
-        }
-        return array;
-    }
-    plist_t dictionary = plist_new_dict();
     std::string buffer;
-    for (const auto& [key, element] : value.dictionaryValue()) {
-        plist_t child = static_cast<plist_t>(node(element, depth + 1));
-        if (!child || !PropertyList::canHoldString(key)) {
-            if (child)
-                fail("key is not UTF-8 or holds NUL");
-            plist_free(child);
-            plist_free(dictionary);
-            return nullptr;
-        }
-        plist_dict_set_item(dictionary, key.starts_with('$') ? escapedKey(key, buffer) : key.c_str(), child);
-    }
-    return dictionary;
+    return PlistChildren::makeContainer(
+        value, [&](const Value& element) { return static_cast<plist_t>(node(element, depth + 1)); },
+        [&](const std::string& key) -> const char* {
+            if (!PropertyList::canHoldString(key))
+                return fail("key is not UTF-8 or holds NUL"), nullptr;
+            return key.starts_with('$') ? escapedKey(key, buffer) : key.c_str();
+        });
 }
 
 void* KeyedArchiver::objectNode(const Archivable& object, int depth)

@@ -37,6 +37,37 @@ public:
         return Value(std::move(elements));
     }
 
+    // The reverse: the array or dictionary node of value, each element's node
+    // made by encode and each dictionary key stored under the name key answers;
+    // either answering null refuses the whole container.
+    template <typename Encode, typename Key>
+    static plist_t makeContainer(const Value& value, Encode&& encode, Key&& key)
+    {
+        if (value.isArray()) {
+            plist_t array = plist_new_array();
+            for (const auto& element : value.arrayValue()) {
+                plist_t child = encode(element);
+                if (!child) {
+                    plist_free(array);
+                    return nullptr;
+                }
+                plist_array_append_item(array, child);
+            }
+            return array;
+        }
+        plist_t dictionary = plist_new_dict();
+        for (const auto& [name, element] : value.dictionaryValue()) {
+            const char* stored = key(name);
+            plist_t child = stored ? encode(element) : nullptr;
+            if (!child) {
+                plist_free(dictionary);
+                return nullptr;
+            }
+            plist_dict_set_item(dictionary, stored, child);
+        }
+        return dictionary;
+    }
+
 private:
     plist_t _container;
     bool _isDictionary;

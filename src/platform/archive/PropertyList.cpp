@@ -120,29 +120,9 @@ namespace {
 
     plist_t containerNode(const Value& value)
     {
-        if (value.isArray()) {
-            plist_t array = plist_new_array();
-            for (const auto& element : value.arrayValue()) {
-                plist_t child = static_cast<plist_t>(PropertyList::toNode(element));
-                if (!child) {
-                    plist_free(array);
-                    return nullptr;
-                }
-                plist_array_append_item(array, child);
-            }
-            return array;
-        }
-        plist_t dictionary = plist_new_dict();
-        for (const auto& [key, element] : value.dictionaryValue()) {
-            plist_t child = static_cast<plist_t>(PropertyList::toNode(element));
-            if (!child || !PropertyList::canHoldString(key)) {
-                plist_free(child);
-                plist_free(dictionary);
-                return nullptr;
-            }
-            plist_dict_set_item(dictionary, key.c_str(), child);
-        }
-        return dictionary;
+        return PlistChildren::makeContainer(
+            value, [](const Value& element) { return static_cast<plist_t>(PropertyList::toNode(element)); },
+            [](const std::string& key) { return PropertyList::canHoldString(key) ? key.c_str() : nullptr; });
     }
 
     std::optional<Value> dictionaryFromNode(plist_t node, int depth)
