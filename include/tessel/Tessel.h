@@ -94,6 +94,19 @@ typedef struct KTSystemStateProvidingCallbacks {
 TESSEL_EXPORT void KTTesselServerStart(const KTSystemStateProvidingCallbacks* systemStateProvider);
 TESSEL_EXPORT void KTClearNotificationsForBundleIdentifier(const char* bundleIdentifier);
 TESSEL_EXPORT void KTSystemDidSetBadgeForBundleIdentifier(const char* bundleIdentifier);
+/* Hands a push message to the loopback push service of the Linux platform, as
+ * if it had come from the network: payload is a property list (binary or XML)
+ * whose root is a dictionary, date is when the message was sent. Only push
+ * connections of the environment ("production", "development") that enabled the
+ * topic take it. False when the payload is no dictionary, the platform has no
+ * loopback service, or no connection took the message. */
+TESSEL_EXPORT bool TesselInjectPushMessage(const char* environment, const char* topic, const uint8_t* payload,
+    size_t payloadLength, int64_t priority, double date);
+/* A push message for the application passed the server's checks; pid is its
+ * newest process, 0 when it runs none. For power accounting; the misspelling
+ * in the name is deliberate. */
+TESSEL_EXPORT void _KTPostRemoteNotificationRecievedPowerNotification(
+    int32_t pid, const char* bundleIdentifier);
 /* Whether the application may have region-triggered notifications fire: false
  * for NULL or an application the server has no client for. Blocks briefly. */
 TESSEL_EXPORT bool KTIsAuthorizedForRegionMonitoring(const char* bundleIdentifier);

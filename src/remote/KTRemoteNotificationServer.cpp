@@ -367,7 +367,7 @@ void KTRemoteNotificationServer::connectionDidReceivePublicToken(
 }
 
 void KTRemoteNotificationServer::connectionDidReceiveIncomingMessage(
-    PushConnection& connection, const Value& message)
+    PushConnection& connection, const IncomingPushMessage& message)
 {
     auto self = shared_from_this();
     auto strongConnection = connection.shared_from_this();
@@ -377,7 +377,7 @@ void KTRemoteNotificationServer::connectionDidReceiveIncomingMessage(
 }
 
 void KTRemoteNotificationServer::_queue_connectionDidReceiveIncomingMessage(
-    std::shared_ptr<PushConnection>, const Value&)
+    std::shared_ptr<PushConnection>, const IncomingPushMessage&)
 {
     KT_ASSERT_ON_QUEUE(*_queue);
 }

@@ -78,7 +78,8 @@ public:
     void connectionDidReceiveToken(PushConnection& connection, const Bytes& token,
         const std::optional<std::string>& topic, const std::string& identifier) override;
     void connectionDidReceivePublicToken(PushConnection& connection, const Bytes& token) override;
-    void connectionDidReceiveIncomingMessage(PushConnection& connection, const Value& message) override;
+    void connectionDidReceiveIncomingMessage(
+        PushConnection& connection, const IncomingPushMessage& message) override;
 
     // Observer entry points.
     void applicationsDidInstall(const std::vector<std::shared_ptr<ApplicationProxy>>& applications) override;
@@ -104,9 +105,8 @@ public:
         const std::optional<std::string>& topic, const std::string& identifier);
     void _queue_connectionDidReceivePublicToken(
         std::shared_ptr<PushConnection> connection, const Bytes& token);
-    // Incoming messages are not handled yet: they are dropped here.
     void _queue_connectionDidReceiveIncomingMessage(
-        std::shared_ptr<PushConnection> connection, const Value& message);
+        std::shared_ptr<PushConnection> connection, const IncomingPushMessage& message);
 
     // Topics and application state.
     std::vector<std::string> _queue_allTopicsForApplication(const std::string& bundleIdentifier);

@@ -1,12 +1,15 @@
 // The C interface's functions.
 #include "local/KTLocalNotificationService.h"
 #include "platform/Platform.h"
+#include "platform/archive/PropertyList.h"
 #include "platform/foundation/Format.h"
+#include "platform/linux/LinuxPushService.h"
 #include "platform/location/LocationServices.h"
 #include "platform/logging/SystemLog.h"
 #include "platform/records/NotificationSettings.h"
 #include "server/KTSystemStateProvidingCallbacksAdapter.h"
 #include "server/KTTesselServer.h"
+#include "services/KTSPowerLog.h"
 #include "settings/KTNotificationSettingsService.h"
 #include "store/KTNotificationStore.h"
 
@@ -41,6 +44,27 @@ void KTSystemDidSetBadgeForBundleIdentifier(const char* bundleIdentifier)
     // An application whose badge the system set is thereby registered for badges.
     KTNotificationSettingsService::sharedInstance()->registerNotificationTypes(
         NotificationSettings::TypeBadge, bundleIdentifier ? bundleIdentifier : "");
+}
+
+bool TesselInjectPushMessage(const char* environment, const char* topic, const uint8_t* payload,
+    size_t payloadLength, int64_t priority, double date)
+{
+    ensurePlatformInstalled();
+    auto service = std::dynamic_pointer_cast<LinuxPushService>(Platform::current().pushService);
+    if (!service || !environment || !topic || (!payload && payloadLength))
+        return false;
+    std::string error = "not a dictionary";
+    auto userInfo = payload ? PropertyList::read(payload, payloadLength, &error) : std::nullopt;
+    if (!userInfo || !userInfo->isDictionary()) {
+        Platform::log(LogPriority::Error, format("Push message for %s refused: %@", topic, error));
+        return false;
+    }
+    return service->injectIncomingMessage(environment, { topic, std::move(*userInfo), priority, Date(date) });
+}
+
+void _KTPostRemoteNotificationRecievedPowerNotification(int32_t pid, const char* bundleIdentifier)
+{
+    tessel::_KTPostRemoteNotificationRecievedPowerNotification(pid, bundleIdentifier ? bundleIdentifier : "");
 }
 
 bool KTIsAuthorizedForRegionMonitoring(const char* bundleIdentifier)

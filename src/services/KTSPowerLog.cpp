@@ -9,7 +9,7 @@ namespace {
     struct Handlers {
         std::mutex mutex;
         KTSLocalNotificationFiredPowerHandler localNotificationFired;
-        KTSPushWakePowerHandler pushWake;
+        KTSRemoteNotificationReceivedPowerHandler remoteNotificationReceived;
     };
 
     Handlers& handlers()
@@ -26,10 +26,10 @@ void KTSSetLocalNotificationFiredPowerHandler(KTSLocalNotificationFiredPowerHand
     handlers().localNotificationFired = std::move(handler);
 }
 
-void KTSSetPushWakePowerHandler(KTSPushWakePowerHandler handler)
+void KTSSetRemoteNotificationReceivedPowerHandler(KTSRemoteNotificationReceivedPowerHandler handler)
 {
     std::lock_guard lock(handlers().mutex);
-    handlers().pushWake = std::move(handler);
+    handlers().remoteNotificationReceived = std::move(handler);
 }
 
 // Handlers run outside the lock so that one may replace itself.
@@ -44,16 +44,15 @@ void _KTPostLocalNotificationFiredPowerNotification(int32_t pid, const std::stri
         handler(pid, bundleIdentifier);
 }
 
-void _KTPostPushWakePowerNotification(
-    int32_t pid, const std::string& bundleIdentifier, const std::string& topic)
+void _KTPostRemoteNotificationRecievedPowerNotification(int32_t pid, const std::string& bundleIdentifier)
 {
-    KTSPushWakePowerHandler handler;
+    KTSRemoteNotificationReceivedPowerHandler handler;
     {
         std::lock_guard lock(handlers().mutex);
-        handler = handlers().pushWake;
+        handler = handlers().remoteNotificationReceived;
     }
     if (handler)
-        handler(pid, bundleIdentifier, topic);
+        handler(pid, bundleIdentifier);
 }
 
 } // namespace tessel

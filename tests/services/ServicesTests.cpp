@@ -167,20 +167,20 @@ TEST(PowerLogTest, PostsReachTheInstalledHandlersOnly)
 {
     std::vector<std::string> seen;
     _KTPostLocalNotificationFiredPowerNotification(1, "com.example.none");
-    _KTPostPushWakePowerNotification(1, "com.example.none", "topic");
+    _KTPostRemoteNotificationRecievedPowerNotification(1, "com.example.none");
     KTSSetLocalNotificationFiredPowerHandler([&](int32_t pid, const std::string& bundle) {
         seen.push_back("fired " + std::to_string(pid) + " " + bundle);
     });
-    KTSSetPushWakePowerHandler([&](int32_t pid, const std::string& bundle, const std::string& topic) {
-        seen.push_back("push " + std::to_string(pid) + " " + bundle + " " + topic);
+    KTSSetRemoteNotificationReceivedPowerHandler([&](int32_t pid, const std::string& bundle) {
+        seen.push_back("push " + std::to_string(pid) + " " + bundle);
     });
     _KTPostLocalNotificationFiredPowerNotification(42, "com.example.a");
-    _KTPostPushWakePowerNotification(43, "com.example.b", "news");
+    _KTPostRemoteNotificationRecievedPowerNotification(43, "com.example.b");
     KTSSetLocalNotificationFiredPowerHandler(nullptr);
-    KTSSetPushWakePowerHandler(nullptr);
+    KTSSetRemoteNotificationReceivedPowerHandler(nullptr);
     _KTPostLocalNotificationFiredPowerNotification(44, "com.example.c");
-    _KTPostPushWakePowerNotification(45, "com.example.d", "news");
-    EXPECT_EQ(seen, (std::vector<std::string> { "fired 42 com.example.a", "push 43 com.example.b news" }));
+    _KTPostRemoteNotificationRecievedPowerNotification(45, "com.example.d");
+    EXPECT_EQ(seen, (std::vector<std::string> { "fired 42 com.example.a", "push 43 com.example.b" }));
 }
 
 } // namespace

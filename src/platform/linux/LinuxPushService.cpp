@@ -34,7 +34,7 @@ namespace {
         return topic + "\n" + identifier;
     }
 
-    // Lists are kept only to answer what was asked; nothing is filtered yet.
+    // Takes messages only on the topics it enabled, urgently or opportunistically.
     class LinuxPushConnection final : public PushConnection {
     public:
         LinuxPushConnection(
@@ -73,10 +73,26 @@ namespace {
         }
 
         void announcePublicToken(const Bytes& token) { deliverPublicToken(token); }
-        void receive(const Value& message) { deliverIncomingMessage(message); }
+        bool receive(const IncomingPushMessage& message)
+        {
+            if (!subscribes(message.topic))
+                return false;
+            deliverIncomingMessage(message);
+            return true;
+        }
 
     private:
         static constexpr int ignoredList = -1;
+        bool subscribes(const std::string& topic)
+        {
+            std::lock_guard lock(_mutex);
+            for (int list : { EnabledTopics, OpportunisticTopics }) {
+                auto& topics = _lists[list];
+                if (std::find(topics.begin(), topics.end(), topic) != topics.end())
+                    return true;
+            }
+            return false;
+        }
         void set(int list, const std::vector<std::string>& topics)
         {
             std::lock_guard lock(_mutex);
@@ -112,7 +128,8 @@ std::shared_ptr<PushConnection> LinuxPushService::makeConnection(
 
 void LinuxPushService::notifySafeToSendFilter() { }
 
-bool LinuxPushService::injectIncomingMessage(const std::string& environmentName, const Value& message)
+bool LinuxPushService::injectIncomingMessage(
+    const std::string& environmentName, const IncomingPushMessage& message)
 {
     std::vector<std::shared_ptr<LinuxPushConnection>> connections;
     {
@@ -124,9 +141,10 @@ bool LinuxPushService::injectIncomingMessage(const std::string& environmentName,
                 connections.push_back(std::static_pointer_cast<LinuxPushConnection>(strong));
         }
     }
+    bool taken = false;
     for (auto& connection : connections)
-        connection->receive(message);
-    return !connections.empty();
+        taken = connection->receive(message) || taken;
+    return taken;
 }
 
 std::string LinuxPushService::pathForEnvironment(const std::string& environmentName) const

@@ -24,8 +24,9 @@ public:
         const std::string& environmentName, WorkQueue& callbackQueue) override;
     void notifySafeToSendFilter() override;
 
-    // Hands a message to every live connection of the environment; false when there is none.
-    bool injectIncomingMessage(const std::string& environmentName, const Value& message);
+    // Hands a message to every live connection of the environment that enabled its
+    // topic (or takes it opportunistically); false when none did.
+    bool injectIncomingMessage(const std::string& environmentName, const IncomingPushMessage& message);
 
     // The environment's token for the topic under that identifier, made on first use.
     Bytes tokenForTopic(

@@ -57,7 +57,7 @@ void PushConnection::deliverPublicToken(const Bytes& token)
     });
 }
 
-void PushConnection::deliverIncomingMessage(const Value& message)
+void PushConnection::deliverIncomingMessage(const IncomingPushMessage& message)
 {
     toDelegate([message](PushConnectionDelegate& delegate, PushConnection& connection) {
         delegate.connectionDidReceiveIncomingMessage(connection, message);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/foundation/Value.h"
+#include "platform/push/IncomingPushMessage.h"
 
 #include <memory>
 #include <mutex>
@@ -21,8 +22,9 @@ public:
         const std::optional<std::string>& topic, const std::string& identifier)
         = 0;
     virtual void connectionDidReceivePublicToken(PushConnection& connection, const Bytes& token) = 0;
-    // message is a dictionary as the transport handed it over; not validated.
-    virtual void connectionDidReceiveIncomingMessage(PushConnection& connection, const Value& message) = 0;
+    virtual void connectionDidReceiveIncomingMessage(
+        PushConnection& connection, const IncomingPushMessage& message)
+        = 0;
 };
 
 // The device's subscription to the push service in one environment: which
@@ -58,7 +60,7 @@ protected:
     void deliverToken(
         const Bytes& token, const std::optional<std::string>& topic, const std::string& identifier);
     void deliverPublicToken(const Bytes& token);
-    void deliverIncomingMessage(const Value& message);
+    void deliverIncomingMessage(const IncomingPushMessage& message);
 
 private:
     template <typename Call> void toDelegate(Call call);

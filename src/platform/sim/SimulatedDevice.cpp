@@ -86,12 +86,12 @@ SimulatedDevice::SimulatedDevice(Date start)
     std::weak_ptr<PowerLog> powerLog = _powerLog;
     KTSSetLocalNotificationFiredPowerHandler([powerLog](int32_t pid, const std::string& bundleIdentifier) {
         if (auto log = powerLog.lock())
-            log->record({ pid, bundleIdentifier, {} });
+            log->record({ pid, bundleIdentifier, false });
     });
-    KTSSetPushWakePowerHandler(
-        [powerLog](int32_t pid, const std::string& bundleIdentifier, const std::string& topic) {
+    KTSSetRemoteNotificationReceivedPowerHandler(
+        [powerLog](int32_t pid, const std::string& bundleIdentifier) {
             if (auto log = powerLog.lock())
-                log->record({ pid, bundleIdentifier, topic });
+                log->record({ pid, bundleIdentifier, true });
         });
     platform.systemService = std::make_shared<SimulatedSystemService>();
     platform.bulletinService = std::make_shared<SimulatedBulletinService>();
@@ -107,7 +107,7 @@ SimulatedDevice::~SimulatedDevice()
 {
     WorkQueue::waitUntilIdle();
     KTSSetLocalNotificationFiredPowerHandler({});
-    KTSSetPushWakePowerHandler({});
+    KTSSetRemoteNotificationReceivedPowerHandler({});
     const char* keep = std::getenv("TESSEL_KEEP_SIMULATED_LIBRARY");
     if (!(keep && *keep))
         FileManager::removeItemAtPath(Path::deletingLastComponent(libraryDirectory()));

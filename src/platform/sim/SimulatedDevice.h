@@ -50,7 +50,7 @@ public:
     struct PowerLogEntry {
         int32_t pid;
         std::string bundleIdentifier;
-        std::string topic; // empty for a local notification
+        bool remoteNotification; // else a local notification fired
     };
     std::vector<PowerLogEntry> powerLogEntries() const;
     SimulatedSystemService& systemService();

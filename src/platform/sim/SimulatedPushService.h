@@ -54,7 +54,7 @@ public:
     void sendToken(
         const Bytes& token, const std::optional<std::string>& topic, const std::string& identifier);
     void sendPublicToken(const Bytes& token);
-    void sendIncomingMessage(const Value& message);
+    void sendIncomingMessage(const IncomingPushMessage& message);
 
 private:
     mutable std::mutex _mutex;

@@ -32,9 +32,9 @@ public:
     {
         add("public " + hex(token));
     }
-    void connectionDidReceiveIncomingMessage(PushConnection&, const Value& message) override
+    void connectionDidReceiveIncomingMessage(PushConnection&, const IncomingPushMessage& message) override
     {
-        add("message " + message["topic"].stringValue());
+        add("message " + message.topic);
     }
     Lines heard()
     {
@@ -82,7 +82,7 @@ TEST(LinuxPushService, TokensAreStablePerTopicAndIdentifierAndSurviveARestart)
     EXPECT_NE(renewed, publicToken);
 }
 
-TEST(LinuxPushService, ConnectionsAnnounceThePublicTokenAnswerRequestsAndTakeInjectedMessages)
+TEST(LinuxPushService, ConnectionsAnnounceThePublicTokenAnswerRequestsAndTakeMessagesOnTheirTopics)
 {
     SimulatedDevice device;
     TemporaryDirectory directory;
@@ -91,14 +91,20 @@ TEST(LinuxPushService, ConnectionsAnnounceThePublicTokenAnswerRequestsAndTakeInj
     auto delegate = std::make_shared<RecordingDelegate>();
     connection->setDelegate(delegate);
     connection->requestTokenForTopic("com.example.app", "id-1");
-    EXPECT_TRUE(service->injectIncomingMessage("production", Value::Dictionary { { "topic", "t" } }));
-    EXPECT_FALSE(service->injectIncomingMessage("development", Value::Dictionary {}));
+    connection->setEnabledTopics({ "t" });
+    connection->setOpportunisticTopics({ "o" });
+    connection->setIgnoredTopics({ "i" });
+    for (auto topic : { "t", "o", "i", "unknown" })
+        EXPECT_EQ(
+            service->injectIncomingMessage("production", { .topic = topic }), *topic != 'i' && *topic != 'u')
+            << topic;
+    EXPECT_FALSE(service->injectIncomingMessage("development", { .topic = "t" }));
     device.waitUntilIdle();
     EXPECT_EQ(delegate->heard(),
         (Lines { "public " + hex(service->publicToken("production")),
             "token " + hex(service->tokenForTopic("production", "com.example.app", "id-1"))
                 + " com.example.app id-1",
-            "message t" }));
+            "message t", "message o" }));
 }
 
 TEST(LinuxProfileConnection, AllowsAutomaticUpdatesUnlessThePreferenceSaysNo)
