@@ -4,6 +4,7 @@
 #include "core/KTLocalNotificationLogger.h"
 #include "core/KTRemoteNotificationLogger.h"
 #include "core/KTSystemStateProviding.h"
+#include "ipc/KTNotificationRegistrarConnectionListener.h"
 #include "local/KTLocalNotificationService.h"
 #include "platform/Platform.h"
 #include "platform/concurrency/WorkQueue.h"
@@ -51,7 +52,11 @@ void KTTesselServer::setSharedInstance(std::shared_ptr<KTTesselServer> server)
     sharedServerPointer.store(sharedServer().get(), std::memory_order_release);
 }
 
-KTTesselServer::KTTesselServer(const std::shared_ptr<KTSystemStateProviding>&) { }
+KTTesselServer::KTTesselServer(const std::shared_ptr<KTSystemStateProviding>& systemStateProvider)
+    : _registrarConnectionListener(
+        KTNotificationRegistrarConnectionListener::initWithSystemStateProvider(systemStateProvider))
+{
+}
 
 void ensurePlatformInstalled()
 {

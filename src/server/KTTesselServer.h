@@ -6,6 +6,7 @@
 
 namespace tessel {
 
+class KTNotificationRegistrarConnectionListener;
 class KTSystemStateProviding;
 
 // The principal object of a started server; it lives until the process ends.
@@ -17,9 +18,17 @@ public:
     // initWithSystemStateProvider: the provider is handed on, not kept.
     explicit KTTesselServer(const std::shared_ptr<KTSystemStateProviding>& systemStateProvider);
 
+    const std::shared_ptr<KTNotificationRegistrarConnectionListener>& registrarConnectionListener() const
+    {
+        return _registrarConnectionListener;
+    }
+
 private:
     friend void KTTesselServerStart(std::shared_ptr<KTSystemStateProviding> systemStateProvider);
     static void setSharedInstance(std::shared_ptr<KTTesselServer> server);
+
+    // Owns the push server.
+    const std::shared_ptr<KTNotificationRegistrarConnectionListener> _registrarConnectionListener;
 };
 
 // Runs the start sequence once per process, synchronously; later calls return at

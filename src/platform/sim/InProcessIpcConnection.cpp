@@ -10,7 +10,17 @@ InProcessIpcConnection::InProcessIpcConnection(IpcPeer peer, std::string label)
 {
 }
 
-InProcessIpcConnection::~InProcessIpcConnection() = default;
+InProcessIpcConnection::~InProcessIpcConnection()
+{
+    if (auto other = _other.lock())
+        other->invalidateThisEnd();
+}
+
+bool InProcessIpcConnection::isInvalid()
+{
+    std::lock_guard guard(_stateMutex);
+    return _invalid;
+}
 
 void InProcessIpcConnection::pair(
     const std::shared_ptr<InProcessIpcConnection>& a, const std::shared_ptr<InProcessIpcConnection>& b)

@@ -20,6 +20,7 @@ public:
     static std::shared_ptr<void> makeForwarder(const std::string& interface, Send send);
 
     InProcessIpcConnection(IpcPeer peer, std::string label);
+    // A client that lets go of its end ends the connection.
     ~InProcessIpcConnection() override;
 
     static void pair(
@@ -29,6 +30,7 @@ public:
     void resume() override;
     // Ends both sides: each end's invalidation handler runs on its queue.
     void invalidate() override;
+    bool isInvalid();
 
     // Runs call on this end's queue with this end current; requests that
     // arrive before resume wait for it.

@@ -20,7 +20,7 @@ void InProcessIpcListener::resume()
 
 void InProcessIpcListener::invalidate()
 {
-    std::vector<std::weak_ptr<InProcessIpcConnection>> connections;
+    std::vector<std::shared_ptr<InProcessIpcConnection>> connections;
     {
         std::lock_guard guard(_mutex);
         _invalid = true;
@@ -28,9 +28,8 @@ void InProcessIpcListener::invalidate()
     }
     if (auto service = _service.lock())
         service->listenerDidInvalidate(*this);
-    for (auto& weak : connections)
-        if (auto connection = weak.lock())
-            connection->invalidate();
+    for (auto& connection : connections)
+        connection->invalidate();
 }
 
 std::shared_ptr<InProcessIpcConnection> InProcessIpcListener::accept(const IpcPeer& client)
@@ -41,6 +40,7 @@ std::shared_ptr<InProcessIpcConnection> InProcessIpcListener::accept(const IpcPe
     std::lock_guard guard(_mutex);
     if (_invalid)
         return nullptr;
+    std::erase_if(_connections, [](auto& held) { return held->isInvalid(); });
     _connections.push_back(connection);
     return connection;
 }

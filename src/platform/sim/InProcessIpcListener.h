@@ -27,7 +27,8 @@ private:
     std::weak_ptr<InProcessIpcService> _service;
     std::mutex _mutex;
     bool _invalid = false;
-    std::vector<std::weak_ptr<InProcessIpcConnection>> _connections;
+    // Held until they end, as a transport keeps its live connections.
+    std::vector<std::shared_ptr<InProcessIpcConnection>> _connections;
 };
 
 } // namespace tessel
