@@ -76,7 +76,9 @@ void KTNotificationRegistrarConnectionListener::start()
     _listener->resume();
 }
 
-KTNotificationRegistrarConnectionListener::~KTNotificationRegistrarConnectionListener()
+KTNotificationRegistrarConnectionListener::~KTNotificationRegistrarConnectionListener() { invalidate(); }
+
+void KTNotificationRegistrarConnectionListener::invalidate()
 {
     if (_listener)
         _listener->invalidate();

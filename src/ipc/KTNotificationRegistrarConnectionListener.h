@@ -38,6 +38,10 @@ public:
         return _removeNotificationServer;
     }
 
+    // Stops publishing the service and ends its connections, which release
+    // the listener they export; for an orderly shutdown.
+    void invalidate();
+
     bool listenerShouldAcceptNewConnection(
         IpcListener& listener, const std::shared_ptr<IpcConnection>& connection) override;
 

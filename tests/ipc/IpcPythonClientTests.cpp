@@ -30,6 +30,7 @@ TEST(IpcPythonClient, SpeaksTheRegistrarInterfaceFromTheXml)
         "types 42\n"
         "refused com.tamber.Tessel.Error.NotEntitled\n"
         "invalid com.tamber.Tessel.Error.InvalidArguments\n"
+        "observing\n"
         "token 010203 com.example.app unicast\n");
 }
 

@@ -1,8 +1,10 @@
 #!/usr/bin/python3
 """A registrar client written from the interface file alone.
 
-Run by IpcPythonClientTests with the private bus address as its argument;
-prints one line per check and exits 0, or 3 when python3-dbus is missing.
+Run by the IPC tests with the private bus address as its argument; prints
+one line per check and exits 0, or 3 when python3-dbus is missing. With
+"observe BUNDLE" after the address it only observes the bundle and prints the
+first token it is sent.
 """
 import ctypes
 import sys
@@ -31,22 +33,15 @@ def call_error(method, *arguments):
         return error.get_dbus_name()
 
 
-def main():
-    DBusGMainLoop(set_as_default=True)
-    bus = dbus.bus.BusConnection(sys.argv[1])
-    registrar = dbus.Interface(bus.get_object(SERVICE, PATH), REGISTRAR)
-
-    print("types", int(registrar.NotificationTypes("com.example.app", timeout=TIMEOUT)))
-    print("refused", call_error(registrar.NotificationTypes, "refuse"))
-    print("invalid", call_error(registrar.RegisterNotificationSettings,
-                                dbus.ByteArray(b"no archive"), "com.example.app"))
-
+def print_first_token(bus, registrar, bundle_identifier):
+    """Observes the bundle and prints the first token that arrives."""
     tokens = []
     bus.add_signal_receiver(
         lambda token, bundle, destination=None: tokens.append((bytes(token), str(bundle), destination)),
         signal_name="DidReceiveDeviceToken", dbus_interface=CLIENT, byte_arrays=True,
         destination_keyword="destination")
-    registrar.SetObservingRemoteNotifications(True, "com.example.app", timeout=TIMEOUT)
+    registrar.SetObservingRemoteNotifications(True, bundle_identifier, timeout=TIMEOUT)
+    print("observing", flush=True)
 
     # Signals are dispatched by GLib's default context; a short timeout source
     # keeps each blocking iteration bounded without python3-gi.
@@ -56,9 +51,25 @@ def main():
     while not tokens and time.monotonic() < deadline:
         glib.g_timeout_add(100, wake, None)
         glib.g_main_context_iteration(None, 1)
-    for token, bundle, destination in tokens:
+    for token, bundle, destination in tokens[:1]:
         addressed = "unicast" if destination == bus.get_unique_name() else "broadcast"
         print("token", token.hex(), bundle, addressed)
+
+
+def main():
+    DBusGMainLoop(set_as_default=True)
+    bus = dbus.bus.BusConnection(sys.argv[1])
+    registrar = dbus.Interface(bus.get_object(SERVICE, PATH), REGISTRAR)
+    if len(sys.argv) == 4 and sys.argv[2] == "observe":
+        print_first_token(bus, registrar, sys.argv[3])
+        return 0
+
+    print("types", int(registrar.NotificationTypes("com.example.app", timeout=TIMEOUT)))
+    print("refused", call_error(registrar.NotificationTypes, "refuse"))
+    print("invalid", call_error(registrar.RegisterNotificationSettings,
+                                dbus.ByteArray(b"no archive"), "com.example.app"))
+
+    print_first_token(bus, registrar, "com.example.app")
     return 0
 
 
