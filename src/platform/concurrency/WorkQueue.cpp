@@ -147,7 +147,14 @@ struct WorkQueue::Serial : std::enable_shared_from_this<Serial> {
         for (;;) {
             if (items.empty())
                 spinBeforeSleeping(lock);
-            ready.wait(lock, [&] { return !items.empty() || released || (hostServes && !host); });
+            auto woken = [&] { return !items.empty() || released || (hostServes && !host); };
+            // A queue with nothing to do gives its thread back; the next block starts another.
+            if (!host && !ready.wait_for(lock, idleThreadLifetime, woken)) {
+                started = threadServes = false;
+                return;
+            }
+            if (host)
+                ready.wait(lock, woken);
             if (hostServes && !host) {
                 threadServes = false;
                 handedOver.notify_all();
@@ -186,6 +193,7 @@ struct WorkQueue::Serial : std::enable_shared_from_this<Serial> {
     }
 
     static constexpr std::chrono::microseconds spinBeforeSleep { 50 };
+    static constexpr std::chrono::seconds idleThreadLifetime { 10 };
 
     const std::string label;
     std::mutex mutex;

@@ -10,6 +10,7 @@
 
 #include <poll.h>
 #include <unistd.h>
+#include <utility>
 
 namespace tessel {
 
@@ -94,6 +95,7 @@ bool DbusIpcConnection::isInvalid() const
 
 bool DbusIpcConnection::isProcessAlive() const
 {
+    std::lock_guard guard(_stateMutex);
     // A pidfd turns readable once its process has exited.
     pollfd fd { _pidfd, POLLIN, 0 };
     return _pidfd >= 0 && poll(&fd, 1, 0) == 0;
@@ -153,6 +155,9 @@ void DbusIpcConnection::markInvalid()
             return;
         _invalid = true;
         _waiting.clear();
+        // An ended connection may be kept (as an observer) for long: it holds no descriptor.
+        if (_pidfd >= 0)
+            ::close(std::exchange(_pidfd, -1));
     }
     auto self = std::static_pointer_cast<DbusIpcConnection>(shared_from_this());
     _queue->async([self] { self->callInvalidationHandler(); });

@@ -65,11 +65,11 @@ private:
     const std::weak_ptr<DbusIpcService> _service;
     const std::string _objectPath;
     const std::shared_ptr<WorkQueue> _queue;
-    int _pidfd;
     std::atomic<size_t> _pending { 0 };
     std::atomic<uint64_t> _refusals { 0 };
 
     mutable std::mutex _stateMutex;
+    int _pidfd; // closed once the connection ends
     bool _resumed = false;
     bool _invalid = false;
     struct Waiting {
