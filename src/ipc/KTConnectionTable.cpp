@@ -29,6 +29,17 @@ void KTConnectionTable::watchConnection(
     connection->setInvalidationHandler(handler(listenerName + " connection invalidated"));
 }
 
+void KTConnectionTable::setCurrentConnectionObserving(bool observing, const std::string& bundleIdentifier)
+{
+    auto connection = IpcConnection::currentConnection();
+    if (!connection)
+        return;
+    if (observing)
+        addConnection(std::move(connection), bundleIdentifier);
+    else
+        removeConnection(std::move(connection), bundleIdentifier);
+}
+
 void KTConnectionTable::addConnection(
     std::shared_ptr<IpcConnection> connection, const std::string& bundleIdentifier)
 {

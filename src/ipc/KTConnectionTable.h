@@ -1,5 +1,7 @@
 #pragma once
 
+#include "platform/ipc/IpcConnection.h"
+
 #include <map>
 #include <memory>
 #include <set>
@@ -8,7 +10,6 @@
 
 namespace tessel {
 
-class IpcConnection;
 class WorkQueue;
 
 // Which client connections observe which bundle identifiers, for one service
@@ -29,6 +30,8 @@ public:
     // handlers hold neither the connection nor the table.
     void watchConnection(const std::shared_ptr<IpcConnection>& connection, const std::string& listenerName);
 
+    // The connection whose request is being handled starts or stops observing.
+    void setCurrentConnectionObserving(bool observing, const std::string& bundleIdentifier);
     void addConnection(std::shared_ptr<IpcConnection> connection, const std::string& bundleIdentifier);
     void removeConnection(std::shared_ptr<IpcConnection> connection, const std::string& bundleIdentifier);
     void removeConnectionForAllBundleIdentifiers(std::shared_ptr<IpcConnection> connection);
@@ -41,6 +44,14 @@ public:
     // Empty when nobody observes the identifier.
     std::vector<std::shared_ptr<IpcConnection>> _queue_connectionsForBundleIdentifier(
         const std::string& bundleIdentifier);
+    // Calls send with the client protocol of every observer of the identifier.
+    template <typename Protocol, typename Send>
+    void _queue_sendToObservers(const std::string& bundleIdentifier, Send send)
+    {
+        for (auto& connection : _queue_connectionsForBundleIdentifier(bundleIdentifier))
+            if (auto proxy = connection->remoteObjectProxy<Protocol>())
+                send(*proxy);
+    }
 
 private:
     const std::shared_ptr<WorkQueue> _queue;

@@ -1,7 +1,7 @@
 #include "ipc/KTNotificationRegistrarConnectionListener.h"
 
-#include "core/KTSafeBoolValue.h"
 #include "ipc/KTConnectionTable.h"
+#include "ipc/KTCurrentCaller.h"
 #include "platform/Platform.h"
 #include "platform/applications/Bundle.h"
 #include "platform/concurrency/WorkQueue.h"
@@ -24,19 +24,6 @@ namespace {
 
     constexpr const char* listenerName = "KTNotificationRegistrarConnectionListener";
     constexpr int64_t remoteNotificationsNotSupportedCode = 3010;
-
-    bool currentConnectionHolds(const char* entitlement)
-    {
-        auto connection = IpcConnection::currentConnection();
-        return connection && kt_safeBoolValue(connection->valueForEntitlement(entitlement));
-    }
-
-    bool refuse(const std::string& text)
-    {
-        Platform::log(LogPriority::Error, text);
-        IpcConnection::refuseCurrentRequest();
-        return false;
-    }
 
     // What the host application says about remote registration, in the user's language.
     std::string remoteNotificationsNotSupportedDescription()
@@ -98,22 +85,22 @@ bool KTNotificationRegistrarConnectionListener::listenerShouldAcceptNewConnectio
 bool KTNotificationRegistrarConnectionListener::_isAllowedToRegisterForBundleIdentifier(
     const std::string& bundleIdentifier)
 {
-    auto connection = IpcConnection::currentConnection();
-    if ((connection && connection->peer().bundleIdentifier == bundleIdentifier)
-        || currentConnectionHolds(KTSNotificationRegistrarProxyEntitlementName)
-        || currentConnectionHolds(KTLocalNotificationsSchedulingProxyEntitlement))
+    if (KTCurrentCaller::actsFor(bundleIdentifier,
+            { KTSNotificationRegistrarProxyEntitlementName, KTLocalNotificationsSchedulingProxyEntitlement }))
         return true;
-    return refuse(format("Entitlment '%@' required to register user notificaion settings for %@",
-        KTSNotificationRegistrarProxyEntitlementName, bundleIdentifier));
+    return KTCurrentCaller::refuse(
+        format("Entitlment '%@' required to register user notificaion settings for %@",
+            KTSNotificationRegistrarProxyEntitlementName, bundleIdentifier));
 }
 
 bool KTNotificationRegistrarConnectionListener::_isAllowedToAdministerRemoteNotificationSettings()
 {
-    if (currentConnectionHolds(KTSNotificationRegistrarRemoteNotificationSettingsEntitlementName)
-        || currentConnectionHolds(KTRemoteNotificationsPreferencesEntitlement))
+    if (KTCurrentCaller::holdsAny({ KTSNotificationRegistrarRemoteNotificationSettingsEntitlementName,
+            KTRemoteNotificationsPreferencesEntitlement }))
         return true;
-    return refuse(format("Entitlment '%@' required to administer remote notificaion settings",
-        KTSNotificationRegistrarRemoteNotificationSettingsEntitlementName));
+    return KTCurrentCaller::refuse(
+        format("Entitlment '%@' required to administer remote notificaion settings",
+            KTSNotificationRegistrarRemoteNotificationSettingsEntitlementName));
 }
 
 void KTNotificationRegistrarConnectionListener::setObservingRemoteNotifications(
@@ -121,11 +108,7 @@ void KTNotificationRegistrarConnectionListener::setObservingRemoteNotifications(
 {
     if (!_isAllowedToRegisterForBundleIdentifier(bundleIdentifier))
         return;
-    auto connection = IpcConnection::currentConnection();
-    if (observing)
-        _connections->addConnection(connection, bundleIdentifier);
-    else
-        _connections->removeConnection(connection, bundleIdentifier);
+    _connections->setCurrentConnectionObserving(observing, bundleIdentifier);
     if (completion)
         completion();
 }
@@ -239,10 +222,8 @@ void KTNotificationRegistrarConnectionListener::_queue_didReceiveDeviceToken(
     const Bytes& token, const std::string& bundleIdentifier)
 {
     KT_ASSERT_ON_QUEUE(*_queue);
-    for (auto& connection : _connections->_queue_connectionsForBundleIdentifier(bundleIdentifier)) {
-        if (auto proxy = connection->remoteObjectProxy<KTSNotificationRegistrarClientProtocol>())
-            proxy->didReceiveDeviceToken(token, bundleIdentifier);
-    }
+    _connections->_queue_sendToObservers<KTSNotificationRegistrarClientProtocol>(
+        bundleIdentifier, [&](auto& client) { client.didReceiveDeviceToken(token, bundleIdentifier); });
 }
 
 } // namespace tessel

@@ -5,6 +5,7 @@
 #include "core/KTRemoteNotificationLogger.h"
 #include "core/KTSystemStateProviding.h"
 #include "ipc/KTNotificationRegistrarConnectionListener.h"
+#include "ipc/KTNotificationSchedulerConnectionListener.h"
 #include "local/KTLocalNotificationService.h"
 #include "platform/Platform.h"
 #include "platform/concurrency/WorkQueue.h"
@@ -55,6 +56,7 @@ void KTTesselServer::setSharedInstance(std::shared_ptr<KTTesselServer> server)
 KTTesselServer::KTTesselServer(const std::shared_ptr<KTSystemStateProviding>& systemStateProvider)
     : _registrarConnectionListener(
         KTNotificationRegistrarConnectionListener::initWithSystemStateProvider(systemStateProvider))
+    , _schedulerConnectionListener(KTNotificationSchedulerConnectionListener::init())
 {
 }
 

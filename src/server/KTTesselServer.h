@@ -7,6 +7,7 @@
 namespace tessel {
 
 class KTNotificationRegistrarConnectionListener;
+class KTNotificationSchedulerConnectionListener;
 class KTSystemStateProviding;
 
 // The principal object of a started server; it lives until the process ends.
@@ -22,6 +23,10 @@ public:
     {
         return _registrarConnectionListener;
     }
+    const std::shared_ptr<KTNotificationSchedulerConnectionListener>& schedulerConnectionListener() const
+    {
+        return _schedulerConnectionListener;
+    }
 
 private:
     friend void KTTesselServerStart(std::shared_ptr<KTSystemStateProviding> systemStateProvider);
@@ -29,6 +34,7 @@ private:
 
     // Owns the push server.
     const std::shared_ptr<KTNotificationRegistrarConnectionListener> _registrarConnectionListener;
+    const std::shared_ptr<KTNotificationSchedulerConnectionListener> _schedulerConnectionListener;
 };
 
 // Runs the start sequence once per process, synchronously; later calls return at
