@@ -392,20 +392,16 @@ std::optional<std::vector<Date>> KTLocalNotificationClient::fireDatesForLocalNot
     Date base = notification.totalRepeatCount() == LocalNotificationInfiniteRepeatCount
         ? start.value_or(Platform::current().clock->now())
         : _lastLocalNotificationFireDate();
-    // Without a size, a notification repeating without end would never stop.
-    uint64_t limit = fetchRequest.maxSize() ? fetchRequest.maxSize() : unboundedFetchRequestFireDateLimit;
+    // Without a size or an end, a notification repeating without end never
+    // stops: callers give one (the bus transport always does).
+    uint64_t limit = fetchRequest.maxSize();
     std::vector<Date> dates;
     for (auto date = notification.nextFireDateAfterDate(base, std::nullopt); date;
          date = notification.nextFireDateAfterDate(*date, std::nullopt)) {
         if ((start && *date < *start) || (end && !(*date < *end)))
             break;
-        if (dates.size() >= limit) {
-            if (!fetchRequest.maxSize())
-                KT_LOCAL_LOG(_bundleIdentifier,
-                    "Fetch request without size stopped after %lu fire dates: notification=%@", dates.size(),
-                    notification.description());
+        if (limit && dates.size() >= limit)
             break;
-        }
         dates.push_back(*date);
     }
     return dates;

@@ -30,8 +30,6 @@ class KTLocalNotificationClient : public KTLocationMonitorDelegate,
 public:
     using LocalNotificationList = std::vector<std::shared_ptr<LocalNotification>>;
 
-    // A fetch request that gives no size stops after this many dates per notification.
-    static constexpr size_t unboundedFetchRequestFireDateLimit = 4096;
     static constexpr double defaultSnoozeInterval = 540.0;
     static constexpr const char* snoozeIntervalOverrideKey = "VYLocalNotificationSnoozeIntervalOverride";
     static constexpr const char* timerFiredCachingReason = "localNotificationTimerFired";

@@ -13,6 +13,8 @@ struct IpcLimits {
     size_t maxListItems = 1024;
     // Nesting inside an archived argument is bounded by the archive decoder
     // itself (PropertyList::maximumDepth), checked before anything is parsed.
+    // Entries of one answer list: the fire dates of a schedule.
+    size_t maxReplyItems = 4096;
     // Requests of one connection received and not yet answered.
     size_t maxPendingRequests = 64;
 };

@@ -45,6 +45,8 @@ void DbusIpcListener::resume()
     _service->runOnBusThread([this] { publish(); });
 }
 
+const IpcLimits& DbusIpcListener::limits() const { return _service->limits(); }
+
 void DbusIpcListener::invalidate()
 {
     _service->runOnBusThread([this] {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/ipc/IpcLimits.h"
 #include "platform/ipc/IpcListener.h"
 #include "platform/linux/dbus/DbusErrors.h"
 #include "platform/linux/dbus/DbusIpcConnection.h"
@@ -29,6 +30,7 @@ public:
 
     void resume() override;
     void invalidate() override;
+    const IpcLimits& limits() const;
 
     // For the adaptors, on the bus thread: hands the call being unmarshalled
     // to its connection's queue, where call decodes what it needs and calls the

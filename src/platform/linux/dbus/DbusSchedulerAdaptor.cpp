@@ -32,13 +32,20 @@ void DbusSchedulerAdaptor::Schedule(
     sdbus::Result<Bytes>&& result, std::string bundleIdentifier, Bytes fetchRequest)
 {
     _listener.deliver<Server>(result,
-        [id = std::move(bundleIdentifier), data = std::move(fetchRequest)](
-            Server& server, Reply<Bytes> reply) {
+        [id = std::move(bundleIdentifier), data = std::move(fetchRequest),
+            limit = _listener.limits().maxReplyItems](Server& server, Reply<Bytes> reply) {
             auto request = DbusRecordCoding::unarchiveFetchRequest(data);
             if (!request)
                 return reply->fail(DbusErrors::invalidArguments, "fetchRequest is no fetch request archive");
+            // One date past the bound tells a long answer from one that fits exactly.
+            if (!(*request)->maxSize() || (*request)->maxSize() > limit)
+                (*request)->setMaxSize(limit + 1);
             server.scheduleForBundleIdentifier(
-                id, *request, [reply](std::shared_ptr<KTSNotificationSchedule> schedule) {
+                id, *request, [reply, limit](std::shared_ptr<KTSNotificationSchedule> schedule) {
+                    if (schedule && schedule->count() > limit)
+                        return reply->fail(DbusErrors::limitExceeded,
+                            "The schedule holds more than " + std::to_string(limit)
+                                + " fire dates: ask for fewer with an end date or a maximum size");
                     if (auto data = DbusRecordCoding::archive(Value(schedule)))
                         reply->answer(std::move(*data));
                     else
