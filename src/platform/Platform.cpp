@@ -40,6 +40,18 @@ Platform& Platform::current()
 
 bool Platform::isInstalled() { return installedPointer.load(std::memory_order_acquire) != nullptr; }
 
+std::string Platform::timeZone() const
+{
+    std::lock_guard lock(_timeZoneLock);
+    return _timeZone;
+}
+
+void Platform::setTimeZone(std::string name)
+{
+    std::lock_guard lock(_timeZoneLock);
+    _timeZone = std::move(name);
+}
+
 void Platform::log(LogPriority priority, std::string_view message)
 {
     if (isInstalled() && current().systemLog)

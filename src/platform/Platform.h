@@ -3,6 +3,7 @@
 #include "platform/logging/SystemLog.h"
 
 #include <memory>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -42,8 +43,6 @@ public:
     std::string hostBundlePath;
     // Localizations the user prefers, most preferred first (e.g. "de", "en").
     std::vector<std::string> preferredLocalizations { "en" };
-    // The device's current time zone (an IANA name); wall-clock notifications follow it.
-    std::string timeZone = "UTC";
 
     std::shared_ptr<Clock> clock;
     std::shared_ptr<Preferences> preferences;
@@ -70,6 +69,11 @@ public:
     // Publishes the named services applications connect to.
     std::shared_ptr<IpcService> ipc;
 
+    // The device's current time zone (an IANA name); wall-clock notifications
+    // follow it. The host may change it from any thread.
+    std::string timeZone() const;
+    void setTimeZone(std::string name);
+
     static void install(std::shared_ptr<Platform> platform);
     // The installed platform; a server without one is a programming error and aborts.
     static Platform& current();
@@ -77,6 +81,10 @@ public:
     // To the installed platform's system log; to standard error without one,
     // so that nothing said before installation or after teardown is lost.
     static void log(LogPriority priority, std::string_view message);
+
+private:
+    mutable std::mutex _timeZoneLock;
+    std::string _timeZone = "UTC";
 };
 
 } // namespace tessel

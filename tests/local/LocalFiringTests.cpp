@@ -139,10 +139,10 @@ TEST_F(LocalFiring, TimeChangesRearmOnlyWhileArmed)
     noon->setTimeZone("UTC");
     schedule({ noon });
     EXPECT_EQ(armedFor(), now().addingTimeInterval(12 * 3600));
-    device.platform().timeZone = "Asia/Tokyo";
+    device.platform().setTimeZone("Asia/Tokyo");
     onQueue([&] { client->handleSignificantTimeChange(); });
     EXPECT_EQ(armedFor(), now().addingTimeInterval(3 * 3600));
-    device.platform().timeZone = "UTC";
+    device.platform().setTimeZone("UTC");
     onQueue([&] { client->handleLocaleChange(); });
     EXPECT_EQ(armedFor(), now().addingTimeInterval(12 * 3600));
 }

@@ -1,5 +1,6 @@
 #include "platform/events/InProcessSystemNotificationCenter.h"
 
+#include <algorithm>
 #include <atomic>
 
 namespace tessel {
@@ -39,7 +40,8 @@ void InProcessSystemNotificationCenter::postNotification(const std::string& name
     std::vector<std::shared_ptr<Registration>> matching;
     {
         std::lock_guard lock(_lock);
-        _postedNames.push_back(name);
+        if (_remembersPostedNames)
+            _postedNames.push_back(name);
         for (const auto& registration : _registrations) {
             if (registration->name == name)
                 matching.push_back(registration);
@@ -51,6 +53,13 @@ void InProcessSystemNotificationCenter::postNotification(const std::string& name
         if (!registration->removed)
             registration->callback(delivered);
     }
+}
+
+bool InProcessSystemNotificationCenter::hasObservers(std::string_view name) const
+{
+    std::lock_guard lock(_lock);
+    return std::any_of(_registrations.begin(), _registrations.end(),
+        [name](const std::shared_ptr<Registration>& registration) { return registration->name == name; });
 }
 
 std::vector<std::string> InProcessSystemNotificationCenter::postedNames() const

@@ -7,7 +7,8 @@
 namespace tessel {
 
 // Named notifications that cross process boundaries. Implementations deliver
-// to local observers immediately, on the posting thread.
+// to local observers immediately, on the posting thread; names posted by other
+// processes arrive on a thread of the implementation's.
 class SystemNotificationCenter {
 public:
     using ObserverId = uint64_t;

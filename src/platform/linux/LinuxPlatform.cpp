@@ -1,7 +1,6 @@
 #include "platform/linux/LinuxPlatform.h"
 
 #include "platform/applications/ApplicationDataStoreDatabase.h"
-#include "platform/events/InProcessSystemNotificationCenter.h"
 #include "platform/events/NotificationCenter.h"
 #include "platform/events/SystemNotificationCenter.h"
 #include "platform/files/FileManager.h"
@@ -15,6 +14,7 @@
 #include "platform/linux/SyslogSystemLog.h"
 #include "platform/linux/SystemClock.h"
 #include "platform/linux/dbus/DbusIpcService.h"
+#include "platform/linux/dbus/DbusSystemNotificationCenter.h"
 #include "platform/location/LocationServices.h"
 #include "platform/logging/FileLogManager.h"
 #include "platform/processes/ApplicationStateMonitor.h"
@@ -26,7 +26,7 @@ std::shared_ptr<Platform> LinuxPlatform::make()
 {
     auto platform = std::make_shared<Platform>();
     platform->libraryDirectory = FileManager::libraryDirectory();
-    platform->timeZone = LocalNotification::hostTimeZoneName();
+    platform->setTimeZone(LocalNotification::hostTimeZoneName());
     FileManager::createDirectoryAtPath(platform->libraryDirectory, true);
     auto clock = std::make_shared<SystemClock>();
     platform->clock = clock;
@@ -37,14 +37,6 @@ std::shared_ptr<Platform> LinuxPlatform::make()
         Path::appendingComponent(platform->libraryDirectory, ApplicationDataStoreDatabase::fileName),
         platform->systemLog);
     platform->notificationCenter = std::make_shared<NotificationCenter>();
-    // Cross-process names stay inside the process until the bus-backed center exists.
-    auto systemCenter = std::make_shared<InProcessSystemNotificationCenter>();
-    platform->systemNotificationCenter = systemCenter;
-    std::weak_ptr<SystemNotificationCenter> weakCenter = systemCenter;
-    clock->setSignificantTimeChangeHandler([weakCenter] {
-        if (auto center = weakCenter.lock())
-            center->postNotification("SignificantTimeChangeNotification");
-    });
     std::weak_ptr<SystemClock> weakClock = clock;
     platform->fileLogManager = std::make_shared<FileLogManager>(
         platform->preferences, Path::appendingComponent(platform->libraryDirectory, "Logs"), [weakClock] {
@@ -65,10 +57,22 @@ std::shared_ptr<Platform> LinuxPlatform::make()
     platform->downloadManager = std::make_shared<LinuxDownloadManager>();
     platform->profileConnection
         = std::make_shared<LinuxProfileConnection>(platform->preferences, platform->hostPreferencesDomain);
-    // The session bus of DBUS_SESSION_BUS_ADDRESS, reached when the first listener resumes.
+    // The session bus of DBUS_SESSION_BUS_ADDRESS, reached when the first listener
+    // resumes or the first system notification is observed or posted.
     auto callers = std::make_shared<LinuxCallerIdentifier>(platform->workspace);
-    platform->ipc = std::make_shared<DbusIpcService>("", IpcLimits {}, [callers](int32_t pid, uint32_t) {
+    auto bus = std::make_shared<DbusIpcService>("", IpcLimits {}, [callers](int32_t pid, uint32_t) {
         return IpcPeer { .bundleIdentifier = callers->bundleIdentifierForPid(pid) };
+    });
+    platform->ipc = bus;
+    platform->systemNotificationCenter = std::make_shared<DbusSystemNotificationCenter>(bus);
+    std::weak_ptr<Platform> weakPlatform = platform;
+    clock->setSignificantTimeChangeHandler([weakPlatform] {
+        auto platform = weakPlatform.lock();
+        if (!platform)
+            return;
+        // Before the post, so that observers recompute dates in the new zone.
+        platform->setTimeZone(LocalNotification::hostTimeZoneName());
+        platform->systemNotificationCenter->postNotification("SignificantTimeChangeNotification");
     });
     return platform;
 }

@@ -1,6 +1,7 @@
 #include "platform/linux/SystemClock.h"
 
 #include "platform/concurrency/WorkQueue.h"
+#include "platform/records/LocalNotification.h"
 
 #include <cerrno>
 #include <cmath>
@@ -49,6 +50,12 @@ namespace {
 } // namespace
 
 SystemClock::SystemClock()
+    : SystemClock(LocalNotification::hostTimeZoneFile())
+{
+}
+
+SystemClock::SystemClock(std::string timeZoneFile)
+    : _timeZoneWatch(std::move(timeZoneFile))
 {
     // The alarm clock needs CAP_WAKE_ALARM; without it the real-time clock does.
     _timerFd = timerfd_create(CLOCK_REALTIME_ALARM, TFD_CLOEXEC | TFD_NONBLOCK);
@@ -118,39 +125,57 @@ void SystemClock::armLocked()
 
 void SystemClock::run()
 {
-    pollfd fds[2] = { { _timerFd, POLLIN, 0 }, { _stopFd, POLLIN, 0 } };
+    pollfd fds[3]
+        = { { _timerFd, POLLIN, 0 }, { _stopFd, POLLIN, 0 }, { _timeZoneWatch.descriptor(), POLLIN, 0 } };
     for (;;) {
-        if (poll(fds, 2, -1) < 0) {
+        if (poll(fds, 3, -1) < 0) {
             if (errno == EINTR)
                 continue;
             fail("cannot wait for the timer");
         }
         if (fds[1].revents)
             return;
-
-        bool timeChanged = false;
-        if (fds[0].revents) {
-            uint64_t expirations = 0;
-            if (read(_timerFd, &expirations, sizeof expirations) < 0 && errno == ECANCELED)
-                timeChanged = true;
-        }
-
-        std::vector<TimerSchedule::Timer> due;
-        std::function<void()> handler;
-        {
-            std::lock_guard lock(_mutex);
-            Date current = now();
-            while (auto timer = _timers.takeFirstDue(current))
-                due.push_back(std::move(*timer));
-            armLocked();
-            if (timeChanged)
-                handler = _timeChangeHandler;
-        }
-        for (auto& timer : due)
-            timer.fire();
-        if (handler)
-            WorkQueue::global().async(std::move(handler));
+        if (fds[2].revents && _timeZoneWatch.takeChange())
+            reportTimeChange();
+        if (!fds[0].revents)
+            continue;
+        uint64_t expirations = 0;
+        if (read(_timerFd, &expirations, sizeof expirations) < 0 && errno == ECANCELED)
+            wallClockWasSet();
+        else
+            fireDueTimers();
     }
+}
+
+void SystemClock::wallClockWasSet()
+{
+    fireDueTimers();
+    reportTimeChange();
+}
+
+void SystemClock::fireDueTimers()
+{
+    std::vector<TimerSchedule::Timer> due;
+    {
+        std::lock_guard lock(_mutex);
+        Date current = now();
+        while (auto timer = _timers.takeFirstDue(current))
+            due.push_back(std::move(*timer));
+        armLocked();
+    }
+    for (auto& timer : due)
+        timer.fire();
+}
+
+void SystemClock::reportTimeChange()
+{
+    std::function<void()> handler;
+    {
+        std::lock_guard lock(_mutex);
+        handler = _timeChangeHandler;
+    }
+    if (handler)
+        WorkQueue::global().async(std::move(handler));
 }
 
 } // namespace tessel

@@ -255,6 +255,21 @@ namespace {
         return count < 0 ? LocalNotificationInfiniteRepeatCount : count;
     }
 
+    // TZ without the colon it may start with.
+    std::string timeZoneVariable()
+    {
+        const char* variable = std::getenv("TZ");
+        if (!variable)
+            return {};
+        return variable[0] == ':' ? variable + 1 : variable;
+    }
+
+    std::string zoneOfPath(const std::string& path)
+    {
+        auto position = path.find("zoneinfo/");
+        return position == std::string::npos ? std::string() : path.substr(position + 9);
+    }
+
 } // namespace
 
 void LocalNotification::registerArchivableClasses()
@@ -267,26 +282,27 @@ void LocalNotification::registerArchivableClasses()
     });
 }
 
+std::string LocalNotification::hostTimeZoneFile()
+{
+    auto variable = timeZoneVariable();
+    if (variable.empty())
+        return "/etc/localtime";
+    return variable[0] == '/' ? variable : std::string();
+}
+
 std::string LocalNotification::hostTimeZoneName()
 {
-    auto fromPath = [](const std::string& path) -> std::string {
-        auto position = path.find("zoneinfo/");
-        return position == std::string::npos ? std::string() : path.substr(position + 9);
-    };
-    if (const char* variable = std::getenv("TZ"); variable && *variable) {
-        std::string name = variable[0] == ':' ? variable + 1 : variable;
-        if (!name.empty() && name[0] == '/')
-            name = fromPath(name);
-        if (!name.empty())
-            return name;
+    auto file = hostTimeZoneFile();
+    if (file.empty())
+        return timeZoneVariable();
+    auto name = zoneOfPath(file);
+    if (name.empty()) {
+        std::error_code error;
+        auto target = std::filesystem::read_symlink(file, error);
+        if (!error)
+            name = zoneOfPath(target.string());
     }
-    std::error_code error;
-    auto target = std::filesystem::read_symlink("/etc/localtime", error);
-    if (!error) {
-        if (auto name = fromPath(target.string()); !name.empty())
-            return name;
-    }
-    return "UTC";
+    return name.empty() ? "UTC" : name;
 }
 
 std::shared_ptr<LocalNotification> LocalNotification::copy() const
@@ -335,7 +351,7 @@ std::optional<Date> LocalNotification::occurrenceAfter(
         // Floating: carry the wall-clock time over from the record's zone into the current one.
         first = wallFromAbsolute(zoneNamed(*_timeZone), first);
         std::string localName = localTimeZone ? *localTimeZone
-            : Platform::isInstalled()         ? Platform::current().timeZone
+            : Platform::isInstalled()         ? Platform::current().timeZone()
                                               : std::string("UTC");
         local = &zoneNamed(localName);
         target = wallFromAbsolute(*local, after);

@@ -33,8 +33,12 @@ public:
     // Registers LocalNotification and Region with KeyedArchive; idempotent.
     // Anything that unarchives notifications calls it first.
     static void registerArchivableClasses();
-    // The host's zone: $TZ, else the zoneinfo name /etc/localtime links to, else "UTC".
+    // The host's zone: $TZ when it names a zone, else the zoneinfo name of the
+    // file TZ names or /etc/localtime is (or links to), else "UTC".
     static std::string hostTimeZoneName();
+    // The file that sets the host's zone: TZ's (":/path" or "/path"), else
+    // /etc/localtime; empty when TZ names the zone itself.
+    static std::string hostTimeZoneFile();
 
     std::shared_ptr<LocalNotification> copy() const;
 

@@ -129,7 +129,7 @@ TEST(LocalNotificationTimeZoneTest, FloatingFollowsTheDeviceZoneAbsoluteDoesNot)
         { "Europe/Berlin", "Europe/Berlin", "2023-06-01 03:00" },
     };
     SimulatedDevice device;
-    device.platform().timeZone = "America/New_York";
+    device.platform().setTimeZone("America/New_York");
     for (auto& [notificationZone, deviceZone, expected] : cases) {
         LocalNotification notification;
         notification.setFireDate(at("Europe/Berlin", "2023-06-01 09:00"));

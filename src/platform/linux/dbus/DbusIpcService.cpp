@@ -54,6 +54,8 @@ DbusIpcService::~DbusIpcService()
     // Messages and slots refer to the connection: they go first.
     _tasks.clear();
     _calls.clear();
+    _subscriptions.clear();
+    _broadcasters.clear();
     _nameOwnerMatch.reset();
     _busDriver.reset();
     _connection.reset();
@@ -90,6 +92,7 @@ bool DbusIpcService::start()
             "type='signal',sender='org.freedesktop.DBus',path='/org/freedesktop/DBus',"
             "interface='org.freedesktop.DBus',member='NameOwnerChanged'",
             [this](sdbus::Message& message) { nameOwnerChanged(message); });
+        _uniqueName = _connection->getUniqueName();
     } catch (const sdbus::Error& error) {
         logError("cannot connect to the bus", error);
         _nameOwnerMatch.reset();
@@ -298,6 +301,58 @@ void DbusIpcService::emitSignal(std::string path, std::string interface, std::st
             // Addressed: the bus hands it to this one connection, whatever others match.
             signal.setDestination(destination);
             found->second->emitSignal(signal);
+        } catch (const sdbus::Error& error) {
+            logError("signal " + member + " not sent", error);
+        }
+    });
+}
+
+uint64_t DbusIpcService::subscribeToSignal(
+    std::string path, std::string interface, std::string member, SignalHandler handler)
+{
+    if (!start())
+        return 0;
+    uint64_t id = 0;
+    runOnBusThread([&] {
+        if (_broken)
+            return;
+        auto rule = "type='signal',path='" + path + "',interface='" + interface + "',member='" + member + "'";
+        try {
+            auto slot
+                = _connection->addMatch(rule, [this, handler = std::move(handler)](sdbus::Message& signal) {
+                      // The bus hands our own broadcasts back too.
+                      if (signal.getSender() != _uniqueName)
+                          handler(signal);
+                  });
+            id = ++_nextSubscription;
+            _subscriptions.emplace(id, std::move(slot));
+        } catch (const sdbus::Error& error) {
+            logError("cannot listen for " + member, error);
+        }
+    });
+    return id;
+}
+
+void DbusIpcService::unsubscribeFromSignal(uint64_t id)
+{
+    if (id != 0)
+        runOnBusThread([&] { _subscriptions.erase(id); });
+}
+
+void DbusIpcService::broadcastSignal(
+    std::string path, std::string interface, std::string member, std::function<void(sdbus::Signal&)> fill)
+{
+    post([this, path = std::move(path), interface = std::move(interface), member = std::move(member),
+             fill = std::move(fill)] {
+        if (_broken)
+            return;
+        try {
+            auto& broadcaster = _broadcasters[path];
+            if (!broadcaster)
+                broadcaster = sdbus::createObject(*_connection, path);
+            auto signal = broadcaster->createSignal(interface, member);
+            fill(signal);
+            broadcaster->emitSignal(signal);
         } catch (const sdbus::Error& error) {
             logError("signal " + member + " not sent", error);
         }

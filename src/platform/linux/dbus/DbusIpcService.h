@@ -68,6 +68,19 @@ public:
     void emitSignal(std::string path, std::string interface, std::string member, std::string destination,
         std::function<void(sdbus::Signal&)> fill);
 
+    // Runs on the bus thread for each matching signal another connection sends.
+    using SignalHandler = std::function<void(sdbus::Message& signal)>;
+    // From any thread: connects if need be and hears path's interface.member
+    // (names without quotes) from other connections; what is sent once this
+    // returns is not missed. 0 when the bus cannot be reached.
+    uint64_t subscribeToSignal(
+        std::string path, std::string interface, std::string member, SignalHandler handler);
+    // Once this returns, the handler does not run again.
+    void unsubscribeFromSignal(uint64_t id);
+    // From any thread: a signal from path to every connection listening for it.
+    void broadcastSignal(std::string path, std::string interface, std::string member,
+        std::function<void(sdbus::Signal&)> fill);
+
 private:
     void run();
     bool runPostedTasks();
@@ -84,6 +97,7 @@ private:
     std::unique_ptr<sdbus::IConnection> _connection;
     std::unique_ptr<sdbus::IProxy> _busDriver;
     sdbus::Slot _nameOwnerMatch;
+    std::string _uniqueName;
     int _wakeFd = -1;
     std::thread _thread;
     std::atomic<bool> _stopping { false };
@@ -97,6 +111,10 @@ private:
     std::unordered_map<uint64_t, sdbus::MethodCall> _calls;
     std::map<std::string, sdbus::IObject*> _objects;
     std::vector<DbusIpcListener*> _listeners;
+    uint64_t _nextSubscription = 0;
+    std::unordered_map<uint64_t, sdbus::Slot> _subscriptions;
+    // Objects without methods, only for broadcasting from their paths.
+    std::map<std::string, std::unique_ptr<sdbus::IObject>> _broadcasters;
 };
 
 } // namespace tessel
