@@ -376,12 +376,6 @@ void KTRemoteNotificationServer::connectionDidReceiveIncomingMessage(
     });
 }
 
-void KTRemoteNotificationServer::_queue_connectionDidReceiveIncomingMessage(
-    std::shared_ptr<PushConnection>, const IncomingPushMessage&)
-{
-    KT_ASSERT_ON_QUEUE(*_queue);
-}
-
 void KTRemoteNotificationServer::_queue_connectionDidReceiveToken(std::shared_ptr<PushConnection>,
     const Bytes& token, const std::optional<std::string>& topic, const std::string&)
 {

@@ -143,6 +143,12 @@ private:
     static void migrateLegacyClients();
     std::shared_ptr<PushConnection> _queue_connectionForEnvironment(
         const std::optional<std::string>& environment);
+    // Incoming messages: the record of an application that may have one (the
+    // refusal goes to the system log), and the content-push throttle.
+    std::shared_ptr<KTRemoteNotificationClient> _queue_clientAcceptingIncomingMessage(
+        const std::string& bundleIdentifier);
+    bool _queue_allowsGazetteDelivery(KTRemoteNotificationClient& client, Date pushDate, bool gazettePush,
+        bool contentAvailable, bool foreground);
 
     // The two accessors may be used from any thread.
     mutable std::mutex _accessorLock;

@@ -1,0 +1,118 @@
+// Handling a push message that ends as a stored notification (a localized
+// alert, the application's store already full) against saving the same record
+// into the store directly.
+#include "BenchDevice.h"
+#include "core/KTSystemStateProviding.h"
+#include "platform/concurrency/WorkQueue.h"
+#include "platform/events/NotificationCenter.h"
+#include "platform/push/PushEnvironment.h"
+#include "platform/sim/SimulatedApplicationWorkspace.h"
+#include "platform/sim/SimulatedPushService.h"
+#include "remote/KTRemoteNotificationServer.h"
+#include "store/KTNotificationStore.h"
+
+#include <benchmark/benchmark.h>
+#include <tessel/Tessel.h>
+
+using namespace tessel;
+
+namespace {
+
+constexpr const char* bundle = "com.example.pushbench";
+
+// An ordinary application: installed, nothing more.
+class Host final : public KTSystemStateProviding {
+public:
+    bool isApplicationInstalled(const std::string&) override { return true; }
+    bool isApplicationRestricted(const std::string&) override { return false; }
+    bool isGazetteApplication(const std::string&) override { return false; }
+    bool isGazetteContentBackgroundModeSupportedForApplication(const std::string&) override { return false; }
+    bool isBackgroundAppRefreshSupportedForApplication(const std::string&) override { return false; }
+    bool isRemoteNotificationBackgroundModeSupportedForApplication(const std::string&) override
+    {
+        return false;
+    }
+    bool shouldThrottleContentNotificationForApplicatin(const std::string&, Date, int64_t&, int64_t&) override
+    {
+        return false;
+    }
+    void handleGazetteNotificationForApplication(const std::string&, const Value&) override { }
+    void handleContentAvailableNotificationForApplication(
+        const std::string&, const Value&, int64_t, std::function<void()>) override
+    {
+    }
+};
+
+const Value& payload()
+{
+    static const Value made(Value::Dictionary {
+        { "rlx",
+            Value(Value::Dictionary {
+                { "alert",
+                    Value(Value::Dictionary { { "loc-key", "NEW_PHOTO" },
+                        { "loc-args", Value(Value::Array { "Ann", "a photo of the harbour" }) } }) },
+                { "sound", "default" }, { "badge", 1 } }) },
+        { "conversation", "c-2291" } });
+    return made;
+}
+
+// The server and its connection, made once: push enabled through notifications.
+std::shared_ptr<SimulatedPushConnection> pushConnection()
+{
+    static std::shared_ptr<KTRemoteNotificationServer> server;
+    static auto connection = [] {
+        auto& device = benchDevice();
+        device.applicationWorkspace().install({ .identifier = bundle,
+            .strings = { { "en", { { "Localizable", { { "NEW_PHOTO", "%@ sent you %@" } } } } } } });
+        server = KTRemoteNotificationServer::initWithSystemStateProvider(std::make_shared<Host>());
+        device.platform().notificationCenter->postNotification(KTNotificationSettingsDidChangeNotification,
+            nullptr,
+            Value::Dictionary {
+                { KTNotificationBundleIdentifierKey, bundle }, { KTNotificationEnabledKey, true } });
+        WorkQueue::waitUntilIdle();
+        server->requestRemoteNotificationTokenWithEnvironment(PushEnvironmentProduction, bundle);
+        WorkQueue::waitUntilIdle();
+        return device.pushService().connection(PushEnvironmentProduction);
+    }();
+    return connection;
+}
+
+void saveDirectly(KTNotificationStore& store)
+{
+    store.saveRemoteNotificationWithTitle({}, "Ann sent you a photo of the harbour",
+        kKTNotificationStoreSoundDefault, {}, Value(1), payload(), {}, {}, bundle);
+}
+
+void fillStore()
+{
+    auto store = KTNotificationStore::sharedInstance();
+    for (int i = 0; i < 100; ++i)
+        saveDirectly(*store);
+    WorkQueue::waitUntilIdle();
+}
+
+void BM_PushMessageStored(benchmark::State& state)
+{
+    auto connection = pushConnection();
+    fillStore();
+    for (auto _ : state) {
+        connection->sendIncomingMessage({ bundle, payload(), 10, Date(0) });
+        WorkQueue::waitUntilIdle();
+    }
+}
+
+void BM_PushRecordSavedDirectly(benchmark::State& state)
+{
+    pushConnection();
+    fillStore();
+    auto store = KTNotificationStore::sharedInstance();
+    for (auto _ : state) {
+        saveDirectly(*store);
+        WorkQueue::waitUntilIdle();
+    }
+}
+
+BENCHMARK(BM_PushMessageStored)->Unit(benchmark::kMicrosecond)->UseRealTime();
+BENCHMARK(BM_PushRecordSavedDirectly)->Unit(benchmark::kMicrosecond)->UseRealTime();
+
+} // namespace
