@@ -8,7 +8,9 @@
 #include "services/KTSNotificationRegistrarService.h"
 #include "services/KTSNotificationSchedulerService.h"
 
+#include "BenchBus.h"
 #include "Latch.h"
+#include "Latencies.h"
 #include "platform/ipc/IpcConnection.h"
 #include "platform/ipc/IpcListener.h"
 #include "platform/linux/dbus/DbusIpcService.h"
@@ -19,15 +21,8 @@
 #include <benchmark/benchmark.h>
 #include <chrono>
 #include <condition_variable>
-#include <csignal>
-#include <cstdlib>
-#include <cstring>
 #include <mutex>
-#include <poll.h>
-#include <sys/prctl.h>
-#include <sys/wait.h>
 #include <tessel/TesselServices.h>
-#include <unistd.h>
 
 using namespace tessel;
 
@@ -35,63 +30,6 @@ namespace {
 
 constexpr const char* bundleID = "com.example.bench";
 using Archives = std::vector<std::vector<uint8_t>>;
-
-// A dbus-daemon of the run's own on a socket in a temporary directory; it dies
-// with the process at the latest.
-class BenchBus {
-public:
-    BenchBus()
-    {
-        char directory[] = "/tmp/tessel-bench-XXXXXX";
-        if (!mkdtemp(directory))
-            return;
-        _directory = directory;
-        int output[2];
-        if (pipe(output) != 0)
-            return;
-        std::string listen = "--address=unix:dir=" + _directory;
-        _pid = fork();
-        if (_pid == 0) {
-            prctl(PR_SET_PDEATHSIG, SIGKILL);
-            dup2(output[1], STDOUT_FILENO);
-            close(output[0]);
-            execlp("dbus-daemon", "dbus-daemon", "--session", listen.c_str(), "--nofork", "--print-address",
-                static_cast<char*>(nullptr));
-            _exit(127);
-        }
-        close(output[1]);
-        char buffer[512];
-        size_t length = 0;
-        pollfd readable { output[0], POLLIN, 0 };
-        while (length < sizeof buffer - 1 && poll(&readable, 1, 10'000) > 0) {
-            auto count = read(output[0], buffer + length, sizeof buffer - 1 - length);
-            if (count <= 0)
-                break;
-            length += static_cast<size_t>(count);
-            if (memchr(buffer, '\n', length))
-                break;
-        }
-        close(output[0]);
-        _address.assign(buffer, length);
-        _address = _address.substr(0, _address.find('\n'));
-    }
-    ~BenchBus()
-    {
-        if (_pid > 0) {
-            kill(_pid, SIGTERM);
-            waitpid(_pid, nullptr, 0);
-        }
-        if (!_directory.empty())
-            rmdir(_directory.c_str());
-    }
-
-    const std::string& address() const { return _address; }
-
-private:
-    std::string _directory;
-    pid_t _pid = -1;
-    std::string _address;
-};
 
 // The daemon's side is the real transport; the exported objects answer at once.
 class Registrar final : public KTSNotificationRegistrarServerProtocol {
@@ -228,32 +166,6 @@ Daemon& daemon()
     static Daemon instance;
     return instance;
 }
-
-// Each round trip's time, reported as percentiles beside the mean.
-class Latencies {
-public:
-    template <typename Body> void time(Body body)
-    {
-        auto start = std::chrono::steady_clock::now();
-        body();
-        _samples.push_back(
-            std::chrono::duration<double, std::micro>(std::chrono::steady_clock::now() - start).count());
-    }
-    void report(benchmark::State& state)
-    {
-        if (_samples.empty())
-            return;
-        std::sort(_samples.begin(), _samples.end());
-        auto at = [&](double q) {
-            return _samples[static_cast<size_t>(q * static_cast<double>(_samples.size() - 1))];
-        };
-        state.counters["p50_us"] = at(0.5);
-        state.counters["p99_us"] = at(0.99);
-    }
-
-private:
-    std::vector<double> _samples;
-};
 
 Archives sixtyFour()
 {

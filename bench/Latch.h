@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <mutex>
@@ -22,6 +23,12 @@ public:
     {
         std::unique_lock lock(_lock);
         _changed.wait(lock, [&] { return _count >= count; });
+    }
+    // False when the count was not reached in time.
+    bool waitFor(int64_t count, std::chrono::milliseconds timeout)
+    {
+        std::unique_lock lock(_lock);
+        return _changed.wait_for(lock, timeout, [&] { return _count >= count; });
     }
 
 private:
