@@ -9,6 +9,7 @@
 #include "platform/events/NotificationCenter.h"
 #include "platform/processes/ApplicationStateMonitor.h"
 #include "platform/push/PushEnvironment.h"
+#include "platform/sim/CapturedSystemLog.h"
 #include "platform/sim/SimulatedApplicationWorkspace.h"
 #include "platform/sim/SimulatedDevice.h"
 #include "platform/sim/SimulatedProcessManager.h"
@@ -163,5 +164,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     world.device.waitUntilIdle();
     for (auto app : { plainApp, gazetteApp, foregroundApp, unknownApp })
         checkStored(app);
+    // Only the application in the foreground is handed the payload.
+    auto& processes = world.device.processManager();
+    if (processes.sentActions().size() != (topic == foregroundApp ? 1u : 0u))
+        __builtin_trap();
+    processes.clearSentActions();
+    world.device.systemLog().clear();
     return 0;
 }
