@@ -1,5 +1,7 @@
 #include "client/ClientConnection.h"
 
+#include "services/dbus/DbusAddressProbe.h"
+
 #include <atomic>
 #include <cerrno>
 #include <cstring>
@@ -37,24 +39,6 @@ namespace {
             || name == "org.freedesktop.DBus.Error.NoServer")
             return ClientErrorCode::NoBus;
         return ClientErrorCode::Failed;
-    }
-
-    // sdbus-c++ 1.2 leaks the bus it fails to open at an address, so the
-    // address is tried first; the reason when it cannot be reached.
-    std::optional<std::string> unreachable(const std::string& address)
-    {
-        sd_bus* bus = nullptr;
-        int result = sd_bus_new(&bus);
-        if (result >= 0)
-            result = sd_bus_set_address(bus, address.c_str());
-        if (result >= 0)
-            result = sd_bus_set_bus_client(bus, 1);
-        if (result >= 0)
-            result = sd_bus_start(bus);
-        sd_bus_close_unref(bus);
-        if (result < 0)
-            return "cannot reach the bus at " + address + ": " + strerror(-result);
-        return std::nullopt;
     }
 
 } // namespace
@@ -296,7 +280,7 @@ ClientConnection::ClientConnection(
     // sd-bus states its timeouts on the monotonic clock.
     _loop->timerFd = timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK);
     if (!options.busAddress.empty()) {
-        if (auto reason = unreachable(options.busAddress)) {
+        if (auto reason = dbusAddressUnreachable(options.busAddress)) {
             _loop->busError = *reason;
             return;
         }

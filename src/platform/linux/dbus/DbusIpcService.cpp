@@ -2,6 +2,7 @@
 
 #include "platform/Platform.h"
 #include "platform/linux/dbus/DbusIpcListener.h"
+#include "services/dbus/DbusAddressProbe.h"
 
 #include <algorithm>
 #include <chrono>
@@ -83,6 +84,12 @@ bool DbusIpcService::start()
     if (_started)
         return _connection != nullptr;
     _started = true;
+    if (!_address.empty()) {
+        if (auto reason = dbusAddressUnreachable(_address)) {
+            Platform::log(LogPriority::Error, "D-Bus: " + *reason);
+            return false;
+        }
+    }
     try {
         _connection = _address.empty() ? sdbus::createSessionBusConnection()
                                        : sdbus::createSessionBusConnectionWithAddress(_address);
