@@ -75,25 +75,6 @@ TEST_F(SchedulerClientTest, SixtyFourNotificationsRoundTrip)
     EXPECT_TRUE(errors.items().empty());
 }
 
-TEST_F(SchedulerClientTest, ScheduleAnswersEntriesWithTheirFireDates)
-{
-    Daemon daemon(address());
-    KTSNotificationSchedulerClient client(options());
-    client.setScheduledLocalNotifications(archived(sixtyFourNotifications()), app);
-    Inbox<std::vector<ScheduleEntry>> schedules;
-    client.scheduleForBundleIdentifier(app, { .startDate = 0, .maxSize = 3 },
-        [&](std::vector<ScheduleEntry> schedule) { schedules.push(std::move(schedule)); });
-
-    auto received = schedules.waitFor(1);
-    ASSERT_EQ(received.size(), 1u);
-    ASSERT_EQ(received.front().size(), 3u);
-    for (auto& entry : received.front()) {
-        auto fields = LocalNotificationFields::unarchive(entry.notification);
-        ASSERT_TRUE(fields);
-        EXPECT_EQ(fields->fireDate, entry.fireDate);
-    }
-}
-
 TEST_F(SchedulerClientTest, EventsReachTheObserverValidated)
 {
     Daemon daemon(address());

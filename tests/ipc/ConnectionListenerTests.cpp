@@ -74,10 +74,11 @@ public:
     }
 };
 
-class ConnectionListenerTest : public ::testing::Test {
+class ConnectionListenerTest : public RemoteServerFixture {
 protected:
     void SetUp() override
     {
+        RemoteServerFixture::SetUp();
         auto& workspace = device.applicationWorkspace();
         for (auto id : { app, otherApp })
             ASSERT_TRUE(workspace.install({ .identifier = id }));
@@ -89,7 +90,7 @@ protected:
             ASSERT_TRUE(workspace.install({ .identifier = id, .entitlements = { { entitlement, true } } }));
         KTLocalNotificationService::sharedInstance();
         for (auto id : { app, otherApp })
-            setEnabled(id);
+            setNotificationsEnabled(id, true);
         // The user allows every application that asks.
         for (int alert = 0; alert < 4; ++alert)
             device.systemAlerts().scriptAnswer(SystemAlertDefaultResponse);
@@ -102,14 +103,7 @@ protected:
         for (auto& end : ends)
             end->invalidate();
         device.waitUntilIdle();
-    }
-
-    void setEnabled(const std::string& id)
-    {
-        device.platform().notificationCenter->postNotification(KTNotificationSettingsDidChangeNotification,
-            nullptr,
-            Value::Dictionary {
-                { KTNotificationBundleIdentifierKey, id }, { KTNotificationEnabledKey, true } });
+        RemoteServerFixture::TearDown();
     }
 
     // The service's protocol for an application's new connection; its events go to events.
@@ -149,8 +143,6 @@ protected:
         return notification;
     }
 
-    SimulatedDevice device;
-    std::shared_ptr<FakeSystemState> state = std::make_shared<FakeSystemState>();
     std::shared_ptr<KTNotificationRegistrarConnectionListener> registrar;
     std::shared_ptr<KTNotificationSchedulerConnectionListener> scheduler;
     std::vector<std::shared_ptr<IpcConnection>> ends;
@@ -208,19 +200,18 @@ TEST_F(ConnectionListenerTest, EachCallerActsForItsOwnApplicationOrAsItsEntitlem
             bodies.insert(notification->alertBody());
         EXPECT_EQ(bodies, scheduled) << c.caller;
 
-        auto refused = [&](const std::string& text) { return device.systemLog().count(text); };
-        EXPECT_EQ(refused("Entitlment 'com.tamber.tessel.registrar.proxy' required to register user "
-                          "notificaion settings for com.example.other"),
-            c.registers ? 0u : 2u)
-            << c.caller;
-        EXPECT_EQ(refused("Entitlment 'com.tamber.tessel.registrar.remote-notification-settings' required to "
-                          "administer remote notificaion settings"),
-            c.administers ? 0u : 1u)
-            << c.caller;
-        EXPECT_EQ(refused("Entitlment 'com.tamber.tessel.scheduler.proxy' required to schedule local "
-                          "notifications for com.example.other"),
-            c.schedules ? 0u : 4u)
-            << c.caller;
+        // Each refusal logged once: two register-rule requests, one administer-rule, four schedule-rule.
+        for (auto [allowed, refusals, text] :
+            { std::tuple { c.registers, 2u,
+                  "Entitlment 'com.tamber.tessel.registrar.proxy' required to register user notificaion "
+                  "settings for com.example.other" },
+                { c.administers, 1u,
+                    "Entitlment 'com.tamber.tessel.registrar.remote-notification-settings' required to "
+                    "administer remote notificaion settings" },
+                { c.schedules, 4u,
+                    "Entitlment 'com.tamber.tessel.scheduler.proxy' required to schedule local notifications "
+                    "for com.example.other" } })
+            EXPECT_EQ(device.systemLog().count(text), allowed ? 0u : refusals) << c.caller << " " << text;
     }
 }
 

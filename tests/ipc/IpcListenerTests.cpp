@@ -4,7 +4,6 @@
 #include "platform/linux/dbus/DbusErrors.h"
 #include "platform/records/LocalNotification.h"
 #include "platform/sim/CapturedSystemLog.h"
-#include "platform/sim/InProcessIpcService.h"
 #include "platform/sim/SimulatedDevice.h"
 #include "services/KTSNotificationSettingsWhitelistedUnarchive.h"
 
@@ -30,82 +29,6 @@ struct Token {
 };
 
 using Tokens = std::shared_ptr<Mailbox<Token>>;
-
-class TestClient {
-public:
-    virtual ~TestClient() = default;
-    virtual Outcome notificationTypes(const std::string& bundleIdentifier) = 0;
-    virtual std::shared_ptr<NotificationSettings> registerSettings(std::shared_ptr<NotificationSettings>) = 0;
-    virtual bool setObserving(const std::string& bundleIdentifier) = 0;
-    virtual void disconnect() = 0;
-
-    // As the service must see it.
-    IpcPeer peer;
-    const Tokens tokens = std::make_shared<Mailbox<Token>>();
-};
-
-class TokenReceiver : public KTSNotificationRegistrarClientProtocol {
-public:
-    explicit TokenReceiver(Tokens tokens)
-        : _tokens(std::move(tokens))
-    {
-    }
-    void didReceiveDeviceToken(const Bytes& token, const std::string& id) override
-    {
-        _tokens->push({ token, id });
-    }
-
-private:
-    Tokens _tokens;
-};
-
-// Requests on one connection are served in order, so a second one answered
-// proves the first had its chance.
-class InProcessTestClient : public TestClient {
-public:
-    InProcessTestClient(InProcessIpcService& ipc, IpcPeer who)
-    {
-        peer = std::move(who);
-        _end = ipc.connect(KTSNotificationRegistrarServiceName, peer);
-        _end->setExportedInterface(KTSNotificationRegistrarService::clientInterface());
-        _end->setExportedObject<KTSNotificationRegistrarClientProtocol>(
-            std::make_shared<TokenReceiver>(tokens));
-        _end->setRemoteObjectInterface(KTSNotificationRegistrarService::serverInterface());
-        _end->resume();
-        _server = _end->remoteObjectProxy<KTSNotificationRegistrarServerProtocol>();
-    }
-    Outcome notificationTypes(const std::string& bundleIdentifier) override
-    {
-        auto answers = std::make_shared<Mailbox<uint64_t>>(), barrier = std::make_shared<Mailbox<uint64_t>>();
-        _server->notificationTypesForBundleIdentifier(
-            bundleIdentifier, [answers](uint64_t types) { answers->push(types); });
-        _server->notificationTypesForBundleIdentifier(
-            "barrier", [barrier](uint64_t types) { barrier->push(types); });
-        EXPECT_FALSE(barrier->waitFor(1).empty()) << "the service stopped answering";
-        auto got = answers->items();
-        return got.empty() ? Outcome {} : Outcome { true, got[0], {} };
-    }
-    std::shared_ptr<NotificationSettings> registerSettings(
-        std::shared_ptr<NotificationSettings> settings) override
-    {
-        Mailbox<std::shared_ptr<NotificationSettings>> answer;
-        _server->registerNotificationSettings(
-            settings, "com.example.app", [&](auto got) { answer.push(got); });
-        auto got = answer.waitFor(1);
-        return got.empty() ? nullptr : got[0];
-    }
-    bool setObserving(const std::string& bundleIdentifier) override
-    {
-        Mailbox<bool> done;
-        _server->setObservingRemoteNotifications(true, bundleIdentifier, [&] { done.push(true); });
-        return !done.waitFor(1).empty();
-    }
-    void disconnect() override { _end->invalidate(); }
-
-private:
-    std::shared_ptr<IpcConnection> _end;
-    std::shared_ptr<KTSNotificationRegistrarServerProtocol> _server;
-};
 
 class RegistrarProxy final : public sdbus::ProxyInterfaces<com::tamber::Tessel::Registrar1_proxy,
                                  com::tamber::Tessel::RegistrarClient1_proxy> {
@@ -140,7 +63,7 @@ public:
 };
 
 // A raw bus client made of the generated proxies, on a connection of its own.
-class DbusTestClient : public TestClient {
+class DbusTestClient {
 public:
     DbusTestClient(const std::string& address, std::string expectedBundleIdentifier)
         : _connection(sdbus::createSessionBusConnectionWithAddress(address))
@@ -154,27 +77,20 @@ public:
             .name = _connection->getUniqueName(),
             .bundleIdentifier = std::move(expectedBundleIdentifier) };
     }
-    ~DbusTestClient() override { disconnect(); }
+    ~DbusTestClient() { disconnect(); }
 
-    Outcome notificationTypes(const std::string& bundleIdentifier) override
+    Outcome notificationTypes(const std::string& bundleIdentifier)
     {
         return outcome([&] { return _registrar->NotificationTypes(bundleIdentifier); });
     }
-    std::shared_ptr<NotificationSettings> registerSettings(
-        std::shared_ptr<NotificationSettings> settings) override
-    {
-        auto data = _registrar->RegisterNotificationSettings(
-            *KeyedArchive::archivedData(Value(settings)), "com.example.app");
-        return KTSNotificationSettingsWhitelistedUnarchiveFromData(data);
-    }
-    bool setObserving(const std::string& bundleIdentifier) override
+    bool setObserving(const std::string& bundleIdentifier)
     {
         return outcome([&] {
             _registrar->SetObservingRemoteNotifications(true, bundleIdentifier);
             return 0;
         }).answered;
     }
-    void disconnect() override
+    void disconnect()
     {
         _registrar.reset();
         _scheduler.reset();
@@ -210,6 +126,10 @@ public:
             });
     }
 
+    // As the service must see it.
+    IpcPeer peer;
+    const Tokens tokens = std::make_shared<Mailbox<Token>>();
+
 private:
     template <typename Body> Outcome outcome(Body body)
     {
@@ -225,19 +145,15 @@ private:
     std::unique_ptr<SchedulerProxy> _scheduler;
 };
 
-enum class Transport { InProcess, Dbus };
-
 constexpr IpcLimits limits { .maxRequestBytes = 8192, .maxListItems = 8, .maxPendingRequests = 4 };
 constexpr const char* resolvedBundle = "com.example.resolved";
 
-class ListenerFixture : public ::testing::Test {
+// The real bus transport serving recording objects; its own tests reach it as
+// raw bus clients would.
+class DbusIpcListenerTest : public ::testing::Test {
 protected:
-    void start(Transport transport)
+    void SetUp() override
     {
-        if (transport == Transport::InProcess) {
-            listeners = std::make_unique<Listeners>(device.ipc(), delegate);
-            return;
-        }
         ASSERT_FALSE(bus.address().empty());
         // Claims pid 1 as well: the transport's word wins.
         daemon = std::make_unique<Daemon>(bus.address(), limits, [](int32_t pid, uint32_t) {
@@ -248,52 +164,26 @@ protected:
     void TearDown() override
     {
         clients.clear();
-        listeners.reset();
         daemon.reset();
         // Invalidation runs on the connections' queues; let it finish while the
         // delegate it reports to is alive.
         device.waitUntilIdle();
     }
 
-    TestClient& connect()
-    {
-        if (daemon)
-            return connectDbus();
-        auto n = static_cast<int>(clients.size()) + 1;
-        clients.push_back(std::make_unique<InProcessTestClient>(device.ipc(),
-            IpcPeer { .pid = 4200 + n,
-                .uid = 501,
-                .name = "client-" + std::to_string(n),
-                .bundleIdentifier = "com.example.client" + std::to_string(n) }));
-        return *clients.back();
-    }
-    DbusTestClient& connectDbus()
+    DbusTestClient& connect()
     {
         clients.push_back(std::make_unique<DbusTestClient>(bus.address(), resolvedBundle));
-        return static_cast<DbusTestClient&>(*clients.back());
-    }
-    std::shared_ptr<KTSNotificationRegistrarClientProtocol> eventsTo(const std::string& bundleIdentifier)
-    {
-        auto calls = delegate->registrar->callsFor(bundleIdentifier);
-        if (calls.empty() || !calls.back().connection)
-            return nullptr;
-        return calls.back().connection->remoteObjectProxy<KTSNotificationRegistrarClientProtocol>();
+        return *clients.back();
     }
 
     SimulatedDevice device;
     PrivateBus bus;
     std::shared_ptr<RecordingDelegate> delegate = std::make_shared<RecordingDelegate>();
-    std::unique_ptr<Listeners> listeners;
     std::unique_ptr<Daemon> daemon;
-    std::vector<std::unique_ptr<TestClient>> clients;
+    std::vector<std::unique_ptr<DbusTestClient>> clients;
 };
 
-class IpcListenerTest : public ListenerFixture, public ::testing::WithParamInterface<Transport> {
-protected:
-    void SetUp() override { start(GetParam()); }
-};
-
-TEST_P(IpcListenerTest, RoundTripReachesTheHandlerAsTheCallersConnection)
+TEST_F(DbusIpcListenerTest, RoundTripReachesTheHandlerAsTheCallersConnection)
 {
     auto& client = connect();
     auto outcome = client.notificationTypes("com.example.app");
@@ -309,36 +199,29 @@ TEST_P(IpcListenerTest, RoundTripReachesTheHandlerAsTheCallersConnection)
     EXPECT_EQ(peer.name, client.peer.name);
     EXPECT_EQ(peer.bundleIdentifier, client.peer.bundleIdentifier);
 
-    // A record there and back, on the connection already made.
-    auto settings = NotificationSettings::settingsForTypes(
-        NotificationSettings::TypeBadge | NotificationSettings::TypeAlert, {});
-    auto registered = client.registerSettings(settings);
-    ASSERT_TRUE(registered);
-    EXPECT_TRUE(registered->isEqual(*settings));
     EXPECT_EQ(delegate->accepted.items(), std::vector { calls[0].connection });
 }
 
-TEST_P(IpcListenerTest, RefusedOrDroppedRequestGetsNoAnswer)
+TEST_F(DbusIpcListenerTest, RefusedOrDroppedRequestGetsNoAnswer)
 {
     auto& client = connect();
     for (auto bundleIdentifier : { "refuse", "drop" }) {
         SCOPED_TRACE(bundleIdentifier);
         auto outcome = client.notificationTypes(bundleIdentifier);
         EXPECT_FALSE(outcome.answered);
-        // Only the bus tells the caller so.
-        EXPECT_EQ(outcome.error, daemon ? DbusErrors::notEntitled : "");
+        EXPECT_EQ(outcome.error, DbusErrors::notEntitled);
     }
     EXPECT_TRUE(client.notificationTypes("com.example.app").answered);
 }
 
-TEST_P(IpcListenerTest, EventReachesOnlyItsAddressee)
+TEST_F(DbusIpcListenerTest, EventReachesOnlyItsAddressee)
 {
     auto& a = connect();
     auto& b = connect();
     ASSERT_TRUE(a.setObserving("a"));
     ASSERT_TRUE(b.setObserving("b"));
-    auto toA = eventsTo("a");
-    auto toB = eventsTo("b");
+    auto toA = daemon->eventsTo<KTSNotificationRegistrarClientProtocol>(daemon->registrar(), "a");
+    auto toB = daemon->eventsTo<KTSNotificationRegistrarClientProtocol>(daemon->registrar(), "b");
     ASSERT_TRUE(toA && toB);
 
     // Each gets its own event and then an end marker, in this order: an event
@@ -351,7 +234,7 @@ TEST_P(IpcListenerTest, EventReachesOnlyItsAddressee)
     EXPECT_EQ(b.tokens->waitFor(2), (std::vector<Token> { { { 4 }, "b" }, { {}, "end" } }));
 }
 
-TEST_P(IpcListenerTest, InvalidationHandlerRunsOnceWhenTheClientGoesAway)
+TEST_F(DbusIpcListenerTest, InvalidationHandlerRunsOnceWhenTheClientGoesAway)
 {
     auto& leaving = connect();
     auto& staying = connect();
@@ -366,21 +249,12 @@ TEST_P(IpcListenerTest, InvalidationHandlerRunsOnceWhenTheClientGoesAway)
     EXPECT_EQ(delegate->invalidated.items(), std::vector { name });
 }
 
-INSTANTIATE_TEST_SUITE_P(Transports, IpcListenerTest,
-    ::testing::Values(Transport::InProcess, Transport::Dbus),
-    [](const auto& info) { return info.param == Transport::InProcess ? "InProcess" : "Dbus"; });
-
-class DbusIpcListenerTest : public ListenerFixture {
-protected:
-    void SetUp() override { start(Transport::Dbus); }
-
-    static Bytes notificationArchive()
-    {
-        auto notification = std::make_shared<LocalNotification>();
-        notification->setAlertBody("Tea");
-        return *KeyedArchive::archivedData(Value(notification));
-    }
-};
+Bytes notificationArchive()
+{
+    auto notification = std::make_shared<LocalNotification>();
+    notification->setAlertBody("Tea");
+    return *KeyedArchive::archivedData(Value(notification));
+}
 
 TEST_F(DbusIpcListenerTest, BeyondALimitTheCallerIsRefusedWhileOthersAreServed)
 {
@@ -415,10 +289,10 @@ TEST_F(DbusIpcListenerTest, BeyondALimitTheCallerIsRefusedWhileOthersAreServed)
             },
             daemon->registrar(), "NotificationTypes", limits.maxPendingRequests },
     };
-    auto& other = connectDbus();
+    auto& other = connect();
     for (auto& c : cases) {
         SCOPED_TRACE(c.name);
-        auto& abuser = connectDbus();
+        auto& abuser = connect();
         auto outcome = c.abuse(abuser);
         EXPECT_FALSE(outcome.answered);
         EXPECT_EQ(outcome.error, DbusErrors::limitExceeded);
@@ -439,7 +313,7 @@ TEST_F(DbusIpcListenerTest, BeyondALimitTheCallerIsRefusedWhileOthersAreServed)
 
 TEST_F(DbusIpcListenerTest, RecordsThatAreNoValidArchiveAreRefused)
 {
-    auto& client = connectDbus();
+    auto& client = connect();
     auto wrongClass = notificationArchive();
     // Nesting is bounded by the archive decoder itself, before it parses.
     std::string deep = "<?xml version=\"1.0\"?><plist version=\"1.0\">";
@@ -486,7 +360,7 @@ TEST_F(DbusIpcListenerTest, RecordsThatAreNoValidArchiveAreRefused)
 TEST_F(DbusIpcListenerTest, ACallerTheDelegateTurnsAwayIsNotEntitled)
 {
     delegate->turnAway = true;
-    auto& client = connectDbus();
+    auto& client = connect();
     EXPECT_EQ(client.notificationTypes("com.example.app").error, DbusErrors::notEntitled);
     EXPECT_EQ(client.notificationTypes("com.example.app").error, DbusErrors::notEntitled);
     EXPECT_TRUE(daemon->registrar().calls.items().empty());

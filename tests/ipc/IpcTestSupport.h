@@ -192,9 +192,6 @@ protected:
 // NotificationTypes answers 42, but drops "drop" and keeps "hold" until releaseHeld().
 class RecordingRegistrar : public KTSNotificationRegistrarServerProtocol, public Recorder {
 public:
-    // Runs once an observing client's SetObservingRemoteNotifications is answered.
-    std::function<void(const std::string& bundleIdentifier)> onObserving;
-
     void releaseHeld()
     {
         std::vector<TypesResult> held;
@@ -237,8 +234,6 @@ public:
         if (!take("SetObservingRemoteNotifications" + std::string(observing ? "" : " off"), id))
             return;
         done();
-        if (observing && onObserving)
-            onObserving(id);
     }
     void invalidateTokenForRemoteNotificationsForBundleIdentifier(
         const std::string& id, Completion done) override
@@ -388,40 +383,25 @@ public:
     }
 };
 
-// Both services published on a service, serving the delegate's recording objects.
-class Listeners {
-public:
-    Listeners(IpcService& service, std::shared_ptr<RecordingDelegate> delegate)
-    {
-        for (auto name : { KTSNotificationRegistrarServiceName, KTSNotificationSchedulerServiceName }) {
-            _listeners.push_back(service.makeListener(name));
-            _listeners.back()->setDelegate(delegate);
-            _listeners.back()->resume();
-        }
-    }
-    ~Listeners()
-    {
-        for (auto& listener : _listeners)
-            listener->invalidate();
-    }
-
-private:
-    std::vector<std::shared_ptr<IpcListener>> _listeners;
-};
-
 // The daemon side on a bus: the real transport, recording objects behind it.
 class Daemon {
 public:
     explicit Daemon(
         const std::string& address, IpcLimits limits = {}, DbusIpcService::PeerResolver resolver = {})
         : service(std::make_shared<DbusIpcService>(address, limits, std::move(resolver)))
-        , _listeners(std::make_unique<Listeners>(*service, delegate))
     {
+        for (auto name : { KTSNotificationRegistrarServiceName, KTSNotificationSchedulerServiceName }) {
+            _listeners.push_back(service->makeListener(name));
+            _listeners.back()->setDelegate(delegate);
+            _listeners.back()->resume();
+        }
     }
     ~Daemon()
     {
         // The listeners, then the bus thread.
-        _listeners.reset();
+        for (auto& listener : _listeners)
+            listener->invalidate();
+        _listeners.clear();
         service.reset();
     }
     RecordingRegistrar& registrar() { return *delegate->registrar; }
@@ -440,7 +420,7 @@ public:
     std::shared_ptr<DbusIpcService> service;
 
 private:
-    std::unique_ptr<Listeners> _listeners;
+    std::vector<std::shared_ptr<IpcListener>> _listeners;
 };
 
 } // namespace tessel::ipctest

@@ -57,14 +57,12 @@ protected:
     {
         return *KTTesselServer::sharedInstance()->registrarConnectionListener()->remoteNotificationServer();
     }
-    // Applications cannot register for push here; the host does it for them.
-    void registerForPush(const std::string& id)
+    void enable(const std::string& id)
     {
         device.platform().notificationCenter->postNotification(KTNotificationSettingsDidChangeNotification,
             nullptr,
             Value::Dictionary {
                 { KTNotificationBundleIdentifierKey, id }, { KTNotificationEnabledKey, true } });
-        pushServer().requestRemoteNotificationTokenWithEnvironment(PushEnvironmentProduction, id);
         device.waitUntilIdle();
     }
     bool inject(const std::string& topic, const Value& system)
@@ -104,7 +102,10 @@ TEST_F(StartedServer, AnObservingClientGetsItsTokenAndInjectedMessagesArePresent
     // application's first, then the other's.
     std::map<std::string, std::string> tokens;
     for (auto id : { app, otherApp }) {
-        registerForPush(id);
+        // Applications cannot register for push here; the host does it for them.
+        enable(id);
+        pushServer().requestRemoteNotificationTokenWithEnvironment(PushEnvironmentProduction, id);
+        device.waitUntilIdle();
         auto record
             = pushServer().queue()->sync([&] { return pushServer()._queue_clientForBundleIdentifier(id); });
         ASSERT_TRUE(record);
@@ -131,10 +132,7 @@ TEST_F(StartedServer, AnObservingClientGetsItsTokenAndInjectedMessagesArePresent
 
 TEST_F(StartedServer, AClientSchedulesObservesAndSeesItsNotificationFire)
 {
-    device.platform().notificationCenter->postNotification(KTNotificationSettingsDidChangeNotification,
-        nullptr,
-        Value::Dictionary { { KTNotificationBundleIdentifierKey, app }, { KTNotificationEnabledKey, true } });
-    device.waitUntilIdle();
+    enable(app);
     KTSNotificationSchedulerClient client(options());
     auto bodies = [](const KTSNotificationSchedulerClient::List& list) {
         std::string text;
@@ -165,11 +163,14 @@ TEST_F(StartedServer, AClientSchedulesObservesAndSeesItsNotificationFire)
         .fireDate = now + 120, .repeatInterval = RepeatUnit::Minute, .alertBody = "Tick"
     };
     client.setScheduledLocalNotifications({ *tick.archive() }, app);
-    Mailbox<size_t> schedules;
-    client.scheduleForBundleIdentifier(
-        app, { .endDate = now + 600.5 }, [&](auto schedule) { schedules.push(schedule.size()); });
-    client.scheduleForBundleIdentifier(app, {}, [&](auto schedule) { schedules.push(schedule.size()); });
-    EXPECT_EQ(schedules.waitFor(1), std::vector<size_t> { 9 });
+    Mailbox<std::string> schedules;
+    auto note = [&](std::vector<ScheduleEntry> schedule) {
+        auto first = schedule.empty() ? 0 : schedule.front().fireDate - now;
+        schedules.push(std::to_string(schedule.size()) + " from " + std::to_string(static_cast<int>(first)));
+    };
+    client.scheduleForBundleIdentifier(app, { .endDate = now + 600.5 }, note);
+    client.scheduleForBundleIdentifier(app, {}, note);
+    EXPECT_EQ(schedules.waitFor(1), std::vector<std::string> { "9 from 120" });
     EXPECT_EQ(events.waitFor(6).back(), "limit scheduleForBundleIdentifier");
 }
 

@@ -4,7 +4,6 @@
 #include "services/KTSLocalNotificationWhitelistedUnarchive.h"
 #include "services/KTSNotificationSchedule.h"
 #include "services/KTSNotificationScheduleFetchRequest.h"
-#include "services/KTSPowerLog.h"
 
 #include <functional>
 #include <gtest/gtest.h>
@@ -161,26 +160,6 @@ TEST(ScheduleTest, RoundTripsInOrderAndRefusesMalformedEntries)
         ASSERT_TRUE(result) << c.name;
         EXPECT_TRUE(result->isNull()) << c.name;
     }
-}
-
-TEST(PowerLogTest, PostsReachTheInstalledHandlersOnly)
-{
-    std::vector<std::string> seen;
-    _KTPostLocalNotificationFiredPowerNotification(1, "com.example.none");
-    _KTPostRemoteNotificationRecievedPowerNotification(1, "com.example.none");
-    KTSSetLocalNotificationFiredPowerHandler([&](int32_t pid, const std::string& bundle) {
-        seen.push_back("fired " + std::to_string(pid) + " " + bundle);
-    });
-    KTSSetRemoteNotificationReceivedPowerHandler([&](int32_t pid, const std::string& bundle) {
-        seen.push_back("push " + std::to_string(pid) + " " + bundle);
-    });
-    _KTPostLocalNotificationFiredPowerNotification(42, "com.example.a");
-    _KTPostRemoteNotificationRecievedPowerNotification(43, "com.example.b");
-    KTSSetLocalNotificationFiredPowerHandler(nullptr);
-    KTSSetRemoteNotificationReceivedPowerHandler(nullptr);
-    _KTPostLocalNotificationFiredPowerNotification(44, "com.example.c");
-    _KTPostRemoteNotificationRecievedPowerNotification(45, "com.example.d");
-    EXPECT_EQ(seen, (std::vector<std::string> { "fired 42 com.example.a", "push 43 com.example.b" }));
 }
 
 } // namespace

@@ -128,7 +128,10 @@ void SimulatedPushConnection::sendToken(
 
 void SimulatedPushConnection::sendPublicToken(const Bytes& token) { deliverPublicToken(token); }
 
-void SimulatedPushConnection::sendIncomingMessage(const IncomingPushMessage& message) { deliverIncomingMessage(message); }
+void SimulatedPushConnection::sendIncomingMessage(const IncomingPushMessage& message)
+{
+    deliverIncomingMessage(message);
+}
 
 std::shared_ptr<PushConnection> SimulatedPushService::makeConnection(
     const std::string& environmentName, WorkQueue& callbackQueue)
