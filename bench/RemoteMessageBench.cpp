@@ -2,12 +2,12 @@
 // alert, the application's store already full) against saving the same record
 // into the store directly.
 #include "BenchDevice.h"
-#include "core/KTSystemStateProviding.h"
 #include "platform/concurrency/WorkQueue.h"
 #include "platform/events/NotificationCenter.h"
 #include "platform/push/PushEnvironment.h"
 #include "platform/sim/SimulatedApplicationWorkspace.h"
 #include "platform/sim/SimulatedPushService.h"
+#include "platform/sim/SimulatedSystemState.h"
 #include "remote/KTRemoteNotificationServer.h"
 #include "store/KTNotificationStore.h"
 
@@ -19,29 +19,6 @@ using namespace tessel;
 namespace {
 
 constexpr const char* bundle = "com.example.pushbench";
-
-// An ordinary application: installed, nothing more.
-class Host final : public KTSystemStateProviding {
-public:
-    bool isApplicationInstalled(const std::string&) override { return true; }
-    bool isApplicationRestricted(const std::string&) override { return false; }
-    bool isGazetteApplication(const std::string&) override { return false; }
-    bool isGazetteContentBackgroundModeSupportedForApplication(const std::string&) override { return false; }
-    bool isBackgroundAppRefreshSupportedForApplication(const std::string&) override { return false; }
-    bool isRemoteNotificationBackgroundModeSupportedForApplication(const std::string&) override
-    {
-        return false;
-    }
-    bool shouldThrottleContentNotificationForApplicatin(const std::string&, Date, int64_t&, int64_t&) override
-    {
-        return false;
-    }
-    void handleGazetteNotificationForApplication(const std::string&, const Value&) override { }
-    void handleContentAvailableNotificationForApplication(
-        const std::string&, const Value&, int64_t, std::function<void()>) override
-    {
-    }
-};
 
 const Value& payload()
 {
@@ -64,7 +41,8 @@ std::shared_ptr<SimulatedPushConnection> pushConnection()
         auto& device = benchDevice();
         device.applicationWorkspace().install({ .identifier = bundle,
             .strings = { { "en", { { "Localizable", { { "NEW_PHOTO", "%@ sent you %@" } } } } } } });
-        server = KTRemoteNotificationServer::initWithSystemStateProvider(std::make_shared<Host>());
+        server = KTRemoteNotificationServer::initWithSystemStateProvider(
+            std::make_shared<SimulatedSystemState>());
         device.platform().notificationCenter->postNotification(KTNotificationSettingsDidChangeNotification,
             nullptr,
             Value::Dictionary {

@@ -11,6 +11,7 @@
 #include "platform/sim/SimulatedApplicationWorkspace.h"
 #include "platform/sim/SimulatedDevice.h"
 #include "platform/sim/SimulatedPushService.h"
+#include "platform/sim/SimulatedSystemState.h"
 #include "remote/KTRemoteNotificationClient.h"
 #include "remote/KTRemoteNotificationServer.h"
 
@@ -24,37 +25,7 @@ namespace tessel::testing {
 inline constexpr const char* app = "com.example.app";
 inline constexpr const char* otherApp = "com.example.other";
 
-// Every application is installed unless a test says otherwise. Tests change
-// the sets only while the server's queue is idle.
-class FakeSystemState final : public KTSystemStateProviding {
-public:
-    std::set<std::string> uninstalled, restricted, gazette, gazetteContent, backgroundRefresh;
-
-    bool isApplicationInstalled(const std::string& b) override { return !uninstalled.contains(b); }
-    bool isApplicationRestricted(const std::string& b) override { return restricted.contains(b); }
-    bool isGazetteApplication(const std::string& b) override { return gazette.contains(b); }
-    bool isGazetteContentBackgroundModeSupportedForApplication(const std::string& b) override
-    {
-        return gazetteContent.contains(b);
-    }
-    bool isBackgroundAppRefreshSupportedForApplication(const std::string& b) override
-    {
-        return backgroundRefresh.contains(b);
-    }
-    bool isRemoteNotificationBackgroundModeSupportedForApplication(const std::string&) override
-    {
-        return false;
-    }
-    bool shouldThrottleContentNotificationForApplicatin(const std::string&, Date, int64_t&, int64_t&) override
-    {
-        return false;
-    }
-    void handleGazetteNotificationForApplication(const std::string&, const Value&) override { }
-    void handleContentAvailableNotificationForApplication(
-        const std::string&, const Value&, int64_t, std::function<void()>) override
-    {
-    }
-};
+using FakeSystemState = SimulatedSystemState;
 
 class TokenRecorder final : public KTRemoteNotificationServerDelegate {
 public:
