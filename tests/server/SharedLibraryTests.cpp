@@ -32,7 +32,7 @@ TEST(SharedLibrary, ExportsOnlyTheInterface)
     auto symbols = ::symbols();
     ASSERT_FALSE(symbols.empty()) << "nm found nothing in " << TESSEL_SHARED_LIBRARY;
     // C names of the interface, and the public C++ API in namespace tessel.
-    std::regex allowed("^(Tessel|KT|kKT|_VYS)[A-Za-z0-9_]*$|^_ZN?K?6tessel.*|^_ZT[IVS]N6tessel.*");
+    std::regex allowed("^(Tessel|KT|kKT|_VYS|_KT)[A-Za-z0-9_]*$|^_ZN?K?6tessel.*|^_ZT[IVS]N6tessel.*");
     for (const auto& symbol : symbols)
         EXPECT_TRUE(std::regex_match(symbol, allowed)) << "unexpected export " << symbol;
 }
@@ -56,6 +56,7 @@ TEST(SharedLibrary, InterfaceLoadsThroughTheDynamicLinker)
     auto supported = reinterpret_cast<Function>(dlsym(library, "KTSupportedTypesForPushSettings"));
     auto enabled = reinterpret_cast<Function>(dlsym(library, "KTEnabledTypesForPushSettings"));
     ASSERT_TRUE(number && text && supported && enabled);
+    EXPECT_TRUE(dlsym(library, "_KTPostRemoteNotificationRecievedPowerNotification"));
     EXPECT_EQ(*number, 1.0);
     EXPECT_STREQ(text, "@(#)PROGRAM:Tessel  PROJECT:Tessel-1\n");
     // Supported badge, sound and alert; enabled badge and alert; a stray high bit.
