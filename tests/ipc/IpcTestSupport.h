@@ -52,8 +52,14 @@ public:
     // What came, once there are count items or the time is up.
     std::vector<T> waitFor(size_t count, std::chrono::milliseconds timeout = 10s)
     {
+        return waitUntil([&](const std::vector<T>& items) { return items.size() >= count; }, timeout);
+    }
+    // What came, once it satisfies done or the time is up.
+    template <typename Done>
+    std::vector<T> waitUntil(Done done, std::chrono::milliseconds timeout = 10s) const
+    {
         std::unique_lock lock(_mutex);
-        _changed.wait_for(lock, timeout, [&] { return _items.size() >= count; });
+        _changed.wait_for(lock, timeout, [&] { return done(_items); });
         return _items;
     }
     std::vector<T> items() const
@@ -64,7 +70,7 @@ public:
 
 private:
     mutable std::mutex _mutex;
-    std::condition_variable _changed;
+    mutable std::condition_variable _changed;
     std::vector<T> _items;
 };
 
