@@ -171,6 +171,18 @@ std::string* textField(LocalNotificationFields& fields, TesselServicesTextField 
     return nullptr;
 }
 
+// The four list operations differ only in the client method they call.
+using ListOperation = void (KTSNotificationSchedulerClient::*)(const KTSNotificationSchedulerClient::List&,
+    const std::string&, KTSNotificationSchedulerClient::Completion);
+
+void sendList(TesselServicesScheduler* client, ListOperation operation, size_t count,
+    const uint8_t* const* list, const size_t* lengths, const char* bundleIdentifier,
+    TesselServicesCompletion callback, void* context)
+{
+    (client->client.*operation)(
+        records(count, list, lengths), text(bundleIdentifier), completion(callback, context));
+}
+
 } // namespace
 
 extern "C" {
@@ -358,32 +370,32 @@ void TesselServicesSchedulerSetScheduledLocalNotifications(TesselServicesSchedul
     const uint8_t* const* list, const size_t* lengths, const char* bundleIdentifier,
     TesselServicesCompletion callback, void* context)
 {
-    client->client.setScheduledLocalNotifications(
-        records(count, list, lengths), text(bundleIdentifier), completion(callback, context));
+    sendList(client, &KTSNotificationSchedulerClient::setScheduledLocalNotifications, count, list, lengths,
+        bundleIdentifier, callback, context);
 }
 
 void TesselServicesSchedulerAddScheduledLocalNotifications(TesselServicesScheduler* client, size_t count,
     const uint8_t* const* list, const size_t* lengths, const char* bundleIdentifier,
     TesselServicesCompletion callback, void* context)
 {
-    client->client.addScheduledLocalNotifications(
-        records(count, list, lengths), text(bundleIdentifier), completion(callback, context));
+    sendList(client, &KTSNotificationSchedulerClient::addScheduledLocalNotifications, count, list, lengths,
+        bundleIdentifier, callback, context);
 }
 
 void TesselServicesSchedulerCancelScheduledLocalNotifications(TesselServicesScheduler* client, size_t count,
     const uint8_t* const* list, const size_t* lengths, const char* bundleIdentifier,
     TesselServicesCompletion callback, void* context)
 {
-    client->client.cancelScheduledLocalNotifications(
-        records(count, list, lengths), text(bundleIdentifier), completion(callback, context));
+    sendList(client, &KTSNotificationSchedulerClient::cancelScheduledLocalNotifications, count, list, lengths,
+        bundleIdentifier, callback, context);
 }
 
 void TesselServicesSchedulerSnoozeScheduledLocalNotifications(TesselServicesScheduler* client, size_t count,
     const uint8_t* const* list, const size_t* lengths, const char* bundleIdentifier,
     TesselServicesCompletion callback, void* context)
 {
-    client->client.snoozeScheduledLocalNotifications(
-        records(count, list, lengths), text(bundleIdentifier), completion(callback, context));
+    sendList(client, &KTSNotificationSchedulerClient::snoozeScheduledLocalNotifications, count, list, lengths,
+        bundleIdentifier, callback, context);
 }
 
 void TesselServicesSchedulerSetObservingScheduledLocalNotifications(TesselServicesScheduler* client,
