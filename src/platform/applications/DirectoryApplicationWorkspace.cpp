@@ -64,10 +64,11 @@ DirectoryApplicationWorkspace::DirectoryApplicationWorkspace(
     rescan();
 }
 
-DirectoryApplicationWorkspace::DirectoryApplicationWorkspace(
-    std::string applicationsDirectory, std::string containersDirectory, DeferFirstScan)
+DirectoryApplicationWorkspace::DirectoryApplicationWorkspace(std::string applicationsDirectory,
+    std::string containersDirectory, DeferFirstScan, std::vector<std::string> systemDirectories)
     : _applicationsDirectory(std::move(applicationsDirectory))
     , _containersDirectory(std::move(containersDirectory))
+    , _systemDirectories(std::move(systemDirectories))
 {
     std::string error;
     bool isDirectory = false;
@@ -133,34 +134,52 @@ void DirectoryApplicationWorkspace::removeObserver(
 void DirectoryApplicationWorkspace::rescan()
 {
     std::lock_guard scanLock(_scanLock);
-    std::string error;
-    auto names = FileManager::contentsOfDirectoryAtPath(_applicationsDirectory, &error);
-    if (!names) {
-        // A directory we cannot read says nothing about what is installed.
-        Platform::log(LogPriority::Error, "Cannot scan applications: " + error);
+    auto paths = listBundlePaths();
+    if (!paths)
         return;
-    }
     Applications previous;
     {
         std::lock_guard lock(_lock);
         previous = _applications;
     }
-    auto candidates = scanBundles(*names);
+    auto candidates = scanBundles(*paths);
     Records installed;
     auto applications = chooseApplications(candidates, scanBundlelessApplications(), previous, installed);
     auto uninstalled = uninstalledSince(previous, applications);
     notify(replaceApplications(std::move(applications)), installed, uninstalled);
 }
 
+std::optional<std::vector<std::string>> DirectoryApplicationWorkspace::listBundlePaths() const
+{
+    std::vector<std::string> directories { _applicationsDirectory };
+    for (const auto& directory : _systemDirectories) {
+        // A missing system directory installs nothing.
+        if (FileManager::fileExistsAtPath(directory))
+            directories.push_back(directory);
+    }
+    std::vector<std::string> paths;
+    for (const auto& directory : directories) {
+        std::string error;
+        auto names = FileManager::contentsOfDirectoryAtPath(directory, &error);
+        if (!names) {
+            // A directory we cannot read says nothing about what is installed.
+            Platform::log(LogPriority::Error, "Cannot scan applications: " + error);
+            return std::nullopt;
+        }
+        for (const auto& name : *names)
+            if (name.front() != '.' && Path::extension(name) == Bundle::bundleExtension)
+                paths.push_back(Path::appendingComponent(directory, name));
+    }
+    return paths;
+}
+
 DirectoryApplicationWorkspace::Candidates DirectoryApplicationWorkspace::scanBundles(
-    const std::vector<std::string>& names)
+    const std::vector<std::string>& paths)
 {
     Candidates candidates;
     std::map<std::string, ScannedBundle> scanned;
-    for (const auto& name : names) {
-        if (name.front() == '.' || Path::extension(name) != Bundle::bundleExtension)
-            continue;
-        auto candidate = scanBundle(Path::appendingComponent(_applicationsDirectory, name), scanned);
+    for (const auto& path : paths) {
+        auto candidate = scanBundle(path, scanned);
         if (!candidate)
             continue;
         auto identifier = candidate->bundle->bundleIdentifier();

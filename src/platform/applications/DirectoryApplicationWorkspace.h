@@ -49,8 +49,10 @@ protected:
     // For a subclass whose scanBundlelessApplications() needs its own members:
     // the subclass calls rescan() once they are ready.
     struct DeferFirstScan { };
-    DirectoryApplicationWorkspace(
-        std::string applicationsDirectory, std::string containersDirectory, DeferFirstScan);
+    // Bundles in systemDirectories (the system's own, read-only) are installed
+    // too; a bundle of the applications directory comes first.
+    DirectoryApplicationWorkspace(std::string applicationsDirectory, std::string containersDirectory,
+        DeferFirstScan, std::vector<std::string> systemDirectories = {});
 
     // Applications without a bundle, asked for on every rescan (never two at
     // once). Each gets a data container like a bundle's; a bundle with the same
@@ -80,7 +82,10 @@ private:
     using Candidates = std::map<std::string, std::vector<Candidate>>;
 
     // The steps of a rescan, in order.
-    Candidates scanBundles(const std::vector<std::string>& names);
+    // Bundle paths of every directory, the applications directory's first;
+    // absent when a directory exists but cannot be read.
+    std::optional<std::vector<std::string>> listBundlePaths() const;
+    Candidates scanBundles(const std::vector<std::string>& paths);
     std::optional<Candidate> scanBundle(
         const std::string& path, std::map<std::string, ScannedBundle>& scanned) const;
     Applications chooseApplications(const Candidates& candidates,
@@ -99,6 +104,7 @@ private:
 
     const std::string _applicationsDirectory;
     const std::string _containersDirectory;
+    const std::vector<std::string> _systemDirectories;
 
     // Held for a whole rescan, notices included.
     std::mutex _scanLock;

@@ -38,6 +38,8 @@ public:
     // A write from a gateway, possibly on the hosting provider's queue: the
     // provider hears of a change later, on its queue.
     virtual void storeSectionInfoFromGateway(const SectionInfo& sectionInfo) = 0;
+    // The user's side: stores the section's settings and tells its provider.
+    virtual void setSectionInfo(const SectionInfo& sectionInfo) = 0;
 };
 
 } // namespace tessel

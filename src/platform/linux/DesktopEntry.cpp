@@ -219,6 +219,8 @@ void DesktopEntry::take(std::string_view key, std::string_view locale, std::stri
         _hidden = value == "true";
     else if (key == "NoDisplay")
         _noDisplay = value == "true";
+    else if (key == "DBusActivatable")
+        _dbusActivatable = value == "true";
     else if (key == entitlementsKey) {
         _entitlements.clear();
         for (auto& name : splitList(value))

@@ -42,6 +42,8 @@ public:
     bool isApplication() const { return _type == "Application" && !_hidden; }
     bool isHidden() const { return _hidden; }
     bool noDisplay() const { return _noDisplay; }
+    // Started by calling its org.freedesktop.Application interface on the bus.
+    bool isDBusActivatable() const { return _dbusActivatable; }
     // Name in the first of localizations ("de-CH", "de", "sr@latin") that has
     // it, each tried as language_COUNTRY@modifier down to language alone; else
     // the plain Name, which may be empty.
@@ -63,6 +65,7 @@ private:
     std::string _icon;
     bool _hidden = false;
     bool _noDisplay = false;
+    bool _dbusActivatable = false;
     Value::Dictionary _entitlements;
     Value::Dictionary _info;
 };

@@ -28,9 +28,10 @@ namespace {
 } // namespace
 
 LinuxApplicationWorkspace::LinuxApplicationWorkspace(std::string applicationsDirectory,
-    std::string containersDirectory, std::vector<std::string> desktopEntryDirectories)
-    : DirectoryApplicationWorkspace(
-        std::move(applicationsDirectory), std::move(containersDirectory), DeferFirstScan {})
+    std::string containersDirectory, std::vector<std::string> desktopEntryDirectories,
+    std::vector<std::string> systemDirectories)
+    : DirectoryApplicationWorkspace(std::move(applicationsDirectory), std::move(containersDirectory),
+        DeferFirstScan {}, std::move(systemDirectories))
     , _desktopEntryDirectories(std::move(desktopEntryDirectories))
 {
     rescan();
@@ -42,10 +43,18 @@ std::shared_ptr<LinuxApplicationWorkspace> LinuxApplicationWorkspace::make(
     const std::string& libraryDirectory, std::vector<std::string> desktopEntryDirectories)
 {
     auto override = environment("TESSEL_APPS_DIR");
-    auto applications
-        = !override.empty() ? override : Path::appendingComponent(libraryDirectory, "Applications");
-    auto workspace = std::make_shared<LinuxApplicationWorkspace>(applications,
-        Path::appendingComponent(libraryDirectory, "Containers"), std::move(desktopEntryDirectories));
+    return make(Directories {
+        .applications
+        = !override.empty() ? override : Path::appendingComponent(libraryDirectory, "Applications"),
+        .containers = Path::appendingComponent(libraryDirectory, "Containers"),
+        .desktopEntries = std::move(desktopEntryDirectories),
+    });
+}
+
+std::shared_ptr<LinuxApplicationWorkspace> LinuxApplicationWorkspace::make(Directories directories)
+{
+    auto workspace = std::make_shared<LinuxApplicationWorkspace>(directories.applications,
+        directories.containers, std::move(directories.desktopEntries), directories.system);
     std::weak_ptr<LinuxApplicationWorkspace> weak = workspace;
     auto watch = [&](const std::string& directory) {
         auto watcher = std::make_unique<DirectoryWatcher>(directory, [weak] {
@@ -56,9 +65,12 @@ std::shared_ptr<LinuxApplicationWorkspace> LinuxApplicationWorkspace::make(
             Platform::log(LogPriority::Error, "Application changes go unnoticed: " + watcher->error());
         workspace->_watchers.push_back(std::move(watcher));
     };
-    watch(applications);
-    // A desktop-entry directory made later goes unwatched until the next start.
-    for (const auto& directory : workspace->_desktopEntryDirectories) {
+    watch(directories.applications);
+    // A directory made later goes unwatched until the next start.
+    auto others = directories.system;
+    others.insert(others.end(), workspace->_desktopEntryDirectories.begin(),
+        workspace->_desktopEntryDirectories.end());
+    for (const auto& directory : others) {
         if (isDirectory(directory))
             watch(directory);
     }
@@ -117,12 +129,15 @@ std::vector<ApplicationProxy::Fields> LinuxApplicationWorkspace::scanBundlelessA
         if (!entry || !entry->isApplication())
             continue;
         auto name = entry->localizedName(localizations);
+        auto info = entry->info();
+        if (entry->isDBusActivatable())
+            info[std::string(LinuxApplicationWorkspace::dbusActivatableKey)] = true;
         applications.push_back({
             .bundleIdentifier = identifier,
             .applicationType = "User",
             .localizedName = name.empty() ? identifier : name,
             .entitlements = entry->entitlements(),
-            .infoDictionary = entry->info(),
+            .infoDictionary = std::move(info),
             .iconName = entry->iconName(),
         });
     }

@@ -19,12 +19,24 @@ class DirectoryWatcher;
 // and the machine's desktop entries as applications without a bundle.
 class LinuxApplicationWorkspace : public DirectoryApplicationWorkspace {
 public:
+    // The info key, of a manifest or from a desktop entry, of an application
+    // that is started through its org.freedesktop.Application interface.
+    static constexpr std::string_view dbusActivatableKey = "DBusActivatable";
+
+    struct Directories {
+        std::string applications;
+        std::string containers;
+        // Read-only bundles of the system's own programs.
+        std::vector<std::string> system;
+        std::vector<std::string> desktopEntries = defaultDesktopEntryDirectories();
+    };
     static std::shared_ptr<LinuxApplicationWorkspace> make(const std::string& libraryDirectory,
         std::vector<std::string> desktopEntryDirectories = defaultDesktopEntryDirectories());
+    static std::shared_ptr<LinuxApplicationWorkspace> make(Directories directories);
 
     // An earlier desktop-entry directory wins for the same desktop-file id.
     LinuxApplicationWorkspace(std::string applicationsDirectory, std::string containersDirectory,
-        std::vector<std::string> desktopEntryDirectories = {});
+        std::vector<std::string> desktopEntryDirectories = {}, std::vector<std::string> systemDirectories = {});
     ~LinuxApplicationWorkspace() override;
 
     // $XDG_DATA_HOME, then each of $XDG_DATA_DIRS, each with "/applications",

@@ -23,7 +23,7 @@ public:
     ~LinuxBulletinService() override;
 
     // The user's side: stores the section's settings and tells its provider.
-    void setSectionInfo(const SectionInfo& sectionInfo);
+    void setSectionInfo(const SectionInfo& sectionInfo) override;
 
     std::shared_ptr<DataProviderProxy> hostDataProvider(
         std::shared_ptr<RemoteDataProvider> provider, std::shared_ptr<WorkQueue> queue) override;

@@ -22,28 +22,48 @@
 
 namespace tessel {
 
-std::shared_ptr<Platform> LinuxPlatform::make()
+namespace {
+
+    std::string orDefault(std::string value, const std::string& library, const char* component)
+    {
+        return value.empty() ? Path::appendingComponent(library, component) : value;
+    }
+
+} // namespace
+
+std::shared_ptr<Platform> LinuxPlatform::make() { return make(Options {}); }
+
+std::shared_ptr<Platform> LinuxPlatform::make(Options options)
 {
     auto platform = std::make_shared<Platform>();
-    platform->libraryDirectory = FileManager::libraryDirectory();
+    platform->libraryDirectory
+        = options.libraryDirectory.empty() ? FileManager::libraryDirectory() : options.libraryDirectory;
+    const auto& library = platform->libraryDirectory;
     platform->setTimeZone(LocalNotification::hostTimeZoneName());
-    FileManager::createDirectoryAtPath(platform->libraryDirectory, true);
+    FileManager::createDirectoryAtPath(library, true);
     auto clock = std::make_shared<SystemClock>();
     platform->clock = clock;
     platform->preferences
-        = std::make_shared<Preferences>(Path::appendingComponent(platform->libraryDirectory, "Preferences"));
-    platform->systemLog = std::make_shared<SyslogSystemLog>();
+        = std::make_shared<Preferences>(orDefault(options.preferencesDirectory, library, "Preferences"));
+    platform->systemLog = options.systemLog ? options.systemLog : std::make_shared<SyslogSystemLog>();
     platform->dataStores = std::make_shared<ApplicationDataStoreDatabase>(
         Path::appendingComponent(platform->libraryDirectory, ApplicationDataStoreDatabase::fileName),
         platform->systemLog);
     platform->notificationCenter = std::make_shared<NotificationCenter>();
     std::weak_ptr<SystemClock> weakClock = clock;
     platform->fileLogManager = std::make_shared<FileLogManager>(
-        platform->preferences, Path::appendingComponent(platform->libraryDirectory, "Logs"), [weakClock] {
+        platform->preferences, orDefault(options.logsDirectory, library, "Logs"), [weakClock] {
             auto strong = weakClock.lock();
             return strong ? strong->now() : Date();
         });
-    platform->workspace = LinuxApplicationWorkspace::make(platform->libraryDirectory);
+    if (options.applicationsDirectory.empty() && options.systemApplicationsDirectories.empty())
+        platform->workspace = LinuxApplicationWorkspace::make(library);
+    else
+        platform->workspace = LinuxApplicationWorkspace::make({
+            .applications = orDefault(options.applicationsDirectory, library, "Applications"),
+            .containers = Path::appendingComponent(library, "Containers"),
+            .system = options.systemApplicationsDirectories,
+        });
     platform->processManager = std::make_shared<LinuxProcessManager>();
     // Section settings share the data store's file.
     platform->bulletinService
@@ -57,10 +77,10 @@ std::shared_ptr<Platform> LinuxPlatform::make()
     platform->downloadManager = std::make_shared<LinuxDownloadManager>();
     platform->profileConnection
         = std::make_shared<LinuxProfileConnection>(platform->preferences, platform->hostPreferencesDomain);
-    // The session bus of DBUS_SESSION_BUS_ADDRESS, reached when the first listener
+    // The given bus or the session bus of DBUS_SESSION_BUS_ADDRESS, reached when the first listener
     // resumes or the first system notification is observed or posted.
     auto callers = std::make_shared<LinuxCallerIdentifier>(platform->workspace);
-    auto bus = std::make_shared<DbusIpcService>("", IpcLimits {}, [callers](int32_t pid, uint32_t) {
+    auto bus = std::make_shared<DbusIpcService>(options.busAddress, IpcLimits {}, [callers](int32_t pid, uint32_t) {
         return IpcPeer { .bundleIdentifier = callers->bundleIdentifierForPid(pid) };
     });
     platform->ipc = bus;

@@ -26,7 +26,7 @@ public:
 
     // Hands a message to every live connection of the environment that enabled its
     // topic (or takes it opportunistically); false when none did.
-    bool injectIncomingMessage(const std::string& environmentName, const IncomingPushMessage& message);
+    bool injectIncomingMessage(const std::string& environmentName, const IncomingPushMessage& message) override;
 
     // The environment's token for the topic under that identifier, made on first use.
     Bytes tokenForTopic(

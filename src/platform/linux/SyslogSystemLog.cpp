@@ -1,30 +1,11 @@
 #include "platform/linux/SyslogSystemLog.h"
 
+#include "platform/linux/SyslogPriority.h"
+
 #include <string>
 #include <syslog.h>
 
 namespace tessel {
-
-namespace {
-
-    int syslogPriority(LogPriority priority)
-    {
-        switch (priority) {
-        case LogPriority::Error:
-            return LOG_ERR;
-        case LogPriority::Warning:
-            return LOG_WARNING;
-        case LogPriority::Notice:
-            return LOG_NOTICE;
-        case LogPriority::Info:
-            return LOG_INFO;
-        case LogPriority::Debug:
-            return LOG_DEBUG;
-        }
-        return LOG_NOTICE;
-    }
-
-} // namespace
 
 SyslogSystemLog::SyslogSystemLog()
 {

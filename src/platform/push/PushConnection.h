@@ -81,6 +81,15 @@ public:
         = 0;
     // The topic lists are settled: the service may pass its filter on.
     virtual void notifySafeToSendFilter() = 0;
+    // A message handed in on this machine, as a local source takes them; false
+    // when no connection of the environment takes its topic, or the service
+    // takes none this way.
+    virtual bool injectIncomingMessage(const std::string& environmentName, const IncomingPushMessage& message)
+    {
+        (void)environmentName;
+        (void)message;
+        return false;
+    }
 };
 
 } // namespace tessel

@@ -2,6 +2,8 @@
 // per protocol, each call handed to the other end as it is.
 #include "platform/sim/InProcessIpcConnection.h"
 
+#include "services/ControlServerProtocol.h"
+#include "services/ControlService.h"
 #include "services/KTSNotificationRegistrarClientProtocol.h"
 #include "services/KTSNotificationRegistrarServerProtocol.h"
 #include "services/KTSNotificationRegistrarService.h"
@@ -153,6 +155,46 @@ namespace {
         }
     };
 
+    class ControlServer : public Forwarder<ControlServerProtocol> {
+    public:
+        using Forwarder::Forwarder;
+        using P = ControlServerProtocol;
+
+        void status(Answer answer) override
+        {
+            forward([=](P& p) { p.status(answer); });
+        }
+        void applications(Answer answer) override
+        {
+            forward([=](P& p) { p.applications(answer); });
+        }
+        void sectionSettings(const std::string& id, Answer answer) override
+        {
+            forward([=](P& p) { p.sectionSettings(id, answer); });
+        }
+        void updateSectionSettings(const std::string& id, const Value& changes, Answer answer) override
+        {
+            forward([=](P& p) { p.updateSectionSettings(id, changes, answer); });
+        }
+        void deliveredNotifications(const std::string& id, Answer answer) override
+        {
+            forward([=](P& p) { p.deliveredNotifications(id, answer); });
+        }
+        void clearDeliveredNotifications(const std::string& id, Answer answer) override
+        {
+            forward([=](P& p) { p.clearDeliveredNotifications(id, answer); });
+        }
+        void injectPushMessage(const std::string& environment, const std::string& topic, const Value& payload,
+            int64_t priority, Answer answer) override
+        {
+            forward([=](P& p) { p.injectPushMessage(environment, topic, payload, priority, answer); });
+        }
+        void requestPushToken(const std::string& id, const std::string& environment, Answer answer) override
+        {
+            forward([=](P& p) { p.requestPushToken(id, environment, answer); });
+        }
+    };
+
 } // namespace
 
 std::shared_ptr<void> InProcessIpcConnection::makeForwarder(const std::string& interface, Send send)
@@ -169,6 +211,9 @@ std::shared_ptr<void> InProcessIpcConnection::makeForwarder(const std::string& i
     if (interface == KTSNotificationSchedulerService::clientInterface())
         return std::static_pointer_cast<void>(
             std::shared_ptr<KTSNotificationSchedulerClientProtocol>(std::make_shared<SchedulerClient>(send)));
+    if (interface == ControlService::serverInterface())
+        return std::static_pointer_cast<void>(
+            std::shared_ptr<ControlServerProtocol>(std::make_shared<ControlServer>(send)));
     return nullptr;
 }
 

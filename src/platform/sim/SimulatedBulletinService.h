@@ -64,7 +64,7 @@ public:
     // Section settings. The user setting them tells the section's provider,
     // and waits until it has heard.
     std::optional<SectionInfo> sectionInfo(const std::string& sectionID) const;
-    void setSectionInfo(const SectionInfo& sectionInfo);
+    void setSectionInfo(const SectionInfo& sectionInfo) override;
     // How many times a settings gateway wrote a section.
     size_t gatewayWrites(const std::string& sectionID) const;
 

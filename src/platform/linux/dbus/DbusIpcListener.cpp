@@ -2,10 +2,12 @@
 
 #include "platform/Platform.h"
 #include "platform/linux/dbus/DbusCheckedObject.h"
+#include "platform/linux/dbus/DbusControlAdaptor.h"
 #include "platform/linux/dbus/DbusIpcService.h"
 #include "platform/linux/dbus/DbusRegistrarAdaptor.h"
 #include "platform/linux/dbus/DbusRequestSize.h"
 #include "platform/linux/dbus/DbusSchedulerAdaptor.h"
+#include "services/ControlService.h"
 #include "services/KTSConstants.h"
 #include "services/KTSNotificationRegistrarService.h"
 #include "services/KTSNotificationSchedulerService.h"
@@ -60,20 +62,24 @@ void DbusIpcListener::publish()
     if (_published || _invalid)
         return;
     bool registrar = serviceName() == KTSNotificationRegistrarServiceName;
-    if (!registrar && serviceName() != KTSNotificationSchedulerServiceName) {
+    bool scheduler = serviceName() == KTSNotificationSchedulerServiceName;
+    if (!registrar && !scheduler && serviceName() != ControlService::serviceName) {
         Platform::log(LogPriority::Error, "D-Bus: no interface for service " + serviceName());
         return;
     }
     _objectPath = registrar ? KTSNotificationRegistrarService::objectPath()
-                            : KTSNotificationSchedulerService::objectPath();
+        : scheduler         ? KTSNotificationSchedulerService::objectPath()
+                            : ControlService::objectPath();
     try {
         _object = std::make_unique<DbusCheckedObject>(
             sdbus::createObject(_service->connection(), _objectPath),
             [this](const sdbus::MethodCall& call) { return admit(call); }, [this] { dropAdmission(); });
         if (registrar)
             _registrar = std::make_unique<DbusRegistrarAdaptor>(*_object, *this);
-        else
+        else if (scheduler)
             _scheduler = std::make_unique<DbusSchedulerAdaptor>(*_object, *this);
+        else
+            _control = std::make_unique<DbusControlAdaptor>(*_object, *this);
         _object->finishRegistration();
         _service->addObject(_objectPath, _object.get());
         _service->addListener(this);
@@ -102,6 +108,7 @@ void DbusIpcListener::unpublish()
     _service->removeObject(_objectPath);
     _registrar.reset();
     _scheduler.reset();
+    _control.reset();
     _object.reset();
     auto connections = std::move(_connections);
     _connections.clear();

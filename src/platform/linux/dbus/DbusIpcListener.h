@@ -17,6 +17,7 @@
 namespace tessel {
 
 class DbusCheckedObject;
+class DbusControlAdaptor;
 class DbusIpcService;
 class DbusRegistrarAdaptor;
 class DbusSchedulerAdaptor;
@@ -78,6 +79,7 @@ private:
     std::unique_ptr<DbusCheckedObject> _object;
     std::unique_ptr<DbusRegistrarAdaptor> _registrar;
     std::unique_ptr<DbusSchedulerAdaptor> _scheduler;
+    std::unique_ptr<DbusControlAdaptor> _control;
     // Null for a caller the delegate turned away.
     std::map<std::string, std::shared_ptr<DbusIpcConnection>> _connections;
     std::optional<Admission> _admission;
