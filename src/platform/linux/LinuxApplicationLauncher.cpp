@@ -46,12 +46,12 @@ std::string LinuxApplicationLauncher::objectPathForApplicationId(const std::stri
 void LinuxApplicationLauncher::wake(const std::string& bundleIdentifier, Completion completion)
 {
     auto application = _workspace->applicationProxyForIdentifier(bundleIdentifier);
-    bool activatable = application
-        && application->infoDictionary()[LinuxApplicationWorkspace::dbusActivatableKey].boolValue();
+    auto bundle = _workspace->bundleForIdentifier(bundleIdentifier);
+    const auto& info = bundle ? bundle->infoDictionary() : application ? application->infoDictionary() : Value {};
+    bool activatable = application && info[LinuxApplicationWorkspace::dbusActivatableKey].boolValue();
     std::string executable;
     if (application && !activatable) {
-        auto bundle = _workspace->bundleForIdentifier(bundleIdentifier);
-        const auto& name = bundle ? bundle->infoDictionary()[Bundle::executableKey] : Value {};
+        const auto& name = info[Bundle::executableKey];
         if (name.isString() && !name.stringValue().empty())
             executable = Path::appendingComponent(application->bundlePath(), name.stringValue());
     }

@@ -3,6 +3,7 @@
 #include "platform/Platform.h"
 #include "platform/applications/ApplicationProxy.h"
 #include "platform/applications/ApplicationWorkspace.h"
+#include "platform/applications/Bundle.h"
 #include "platform/files/Preferences.h"
 #include "platform/linux/LinuxApplicationLauncher.h"
 
@@ -23,6 +24,9 @@ LinuxSystemState::LinuxSystemState(std::shared_ptr<ApplicationWorkspace> workspa
 
 Value LinuxSystemState::info(const std::string& bundleIdentifier, std::string_view key) const
 {
+    // A bundle's manifest, or what a desktop entry declared.
+    if (auto bundle = _workspace->bundleForIdentifier(bundleIdentifier))
+        return bundle->infoDictionary()[key];
     auto application = _workspace->applicationProxyForIdentifier(bundleIdentifier);
     return application ? application->infoDictionary()[key] : Value {};
 }
