@@ -2,6 +2,7 @@
 
 #include "ipc/KTCurrentCaller.h"
 #include "platform/Platform.h"
+#include "platform/alerts/PendingSystemAlerts.h"
 #include "platform/applications/ApplicationProxy.h"
 #include "platform/applications/ApplicationWorkspace.h"
 #include "platform/bulletins/HostingBulletinService.h"
@@ -190,6 +191,12 @@ void ControlConnectionListener::updateSectionSettings(
     for (const auto& [key, value] : changes.dictionaryValue()) {
         if (auto error = applyChange(info, key, value); !error.empty())
             return answer(Value {}, error);
+    }
+    if (changes["AllowsNotifications"].isBoolean()) {
+        // Also the answer to the permission alert, now or when it comes.
+        if (auto alerts = std::dynamic_pointer_cast<PendingSystemAlerts>(Platform::current().systemAlerts))
+            alerts->answer(bundleIdentifier,
+                info.allowsNotifications ? SystemAlertDefaultResponse : SystemAlertAlternateResponse);
     }
     service->setSectionInfo(info);
     Platform::log(LogPriority::Notice, "Section settings of " + bundleIdentifier + " changed: " + info.description());

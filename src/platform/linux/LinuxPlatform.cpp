@@ -1,5 +1,6 @@
 #include "platform/linux/LinuxPlatform.h"
 
+#include "platform/alerts/PendingSystemAlerts.h"
 #include "platform/applications/ApplicationDataStoreDatabase.h"
 #include "platform/events/NotificationCenter.h"
 #include "platform/events/SystemNotificationCenter.h"
@@ -19,6 +20,8 @@
 #include "platform/logging/FileLogManager.h"
 #include "platform/processes/ApplicationStateMonitor.h"
 #include "platform/records/LocalNotification.h"
+
+#include <tessel/Tessel.h>
 
 namespace tessel {
 
@@ -65,6 +68,8 @@ std::shared_ptr<Platform> LinuxPlatform::make(Options options)
             .system = options.systemApplicationsDirectories,
         });
     platform->processManager = std::make_shared<LinuxProcessManager>();
+    // Until a desktop shows them, permission alerts wait for the user's answer in the settings.
+    platform->systemAlerts = std::make_shared<PendingSystemAlerts>(kKTNotificationAuthorizationAlertBundleIdentifierKey);
     // Section settings share the data store's file.
     platform->bulletinService
         = std::make_shared<LinuxBulletinService>(platform->dataStores->path(), platform->systemLog);
