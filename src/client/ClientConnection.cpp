@@ -52,6 +52,7 @@ struct ClientConnection::Shared : std::enable_shared_from_this<Shared> {
     std::recursive_mutex gate;
     ClientExecutor executor;
     ClientErrorHandler errorHandler;
+    bool reportRefusals = false;
     // The unique name that owns the service's name; bus thread only.
     std::string owner;
     // Results and events waiting to be handed over; bus thread only.
@@ -64,7 +65,8 @@ struct ClientConnection::Shared : std::enable_shared_from_this<Shared> {
     // callback's next call needs.
     void handOver();
     void fail(ClientErrorCode code, std::string operation, std::string message);
-    // Silent for NotEntitled: the daemon tells the caller nothing.
+    // Silent for NotEntitled unless refusals are reported: the daemon tells
+    // the caller nothing.
     void failWith(const sdbus::Error& error, std::string operation);
     // Whether a signal came from the daemon that owns the name, not from
     // a peer posing as it.
@@ -108,8 +110,12 @@ void ClientConnection::Shared::fail(ClientErrorCode code, std::string operation,
 
 void ClientConnection::Shared::failWith(const sdbus::Error& error, std::string operation)
 {
-    if (error.getName() == notEntitledError)
+    if (error.getName() == notEntitledError) {
+        if (reportRefusals)
+            fail(ClientErrorCode::NotEntitled, std::move(operation),
+                error.getName() + ": " + error.getMessage());
         return;
+    }
     fail(codeForError(error.getName(), error.getMessage()), std::move(operation),
         error.getName() + ": " + error.getMessage());
 }
@@ -276,6 +282,7 @@ ClientConnection::ClientConnection(
     _loop->shared = _shared;
     _shared->executor = std::move(options.executor);
     _shared->errorHandler = std::move(options.errorHandler);
+    _shared->reportRefusals = options.reportRefusals;
     _loop->wakeFd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
     // sd-bus states its timeouts on the monotonic clock.
     _loop->timerFd = timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK);

@@ -192,7 +192,7 @@ class Walkthrough(unittest.TestCase):
                     time.sleep(float(command.split()[1]))
                     continue
                 result = subprocess.run(command, shell=True, env=environment, capture_output=True, text=True,
-                                        timeout=60)
+                                        timeout=60, cwd=SOURCE)
                 self.assertEqual(result.returncode, 0, "%s: %s" % (command, result.stderr))
                 output = result.stdout.splitlines()
                 for wanted in lines:

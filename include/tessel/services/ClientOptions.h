@@ -35,6 +35,9 @@ enum class ClientErrorCode {
     MalformedAnswer,
     // Anything else the bus or the daemon reported.
     Failed,
+    // The daemon refused the request; reported only with
+    // ClientOptions::reportRefusals.
+    NotEntitled,
 };
 
 struct ClientError {
@@ -46,7 +49,7 @@ struct ClientError {
 
 // A request that fails calls the error handler instead of its result
 // callback. A request the daemon refuses (it is not entitled) calls neither:
-// the daemon tells the caller nothing.
+// the daemon tells the caller nothing, unless ClientOptions::reportRefusals.
 using ClientErrorHandler = std::function<void(const ClientError& error)>;
 
 struct ClientOptions {
@@ -58,6 +61,9 @@ struct ClientOptions {
     ClientExecutor executor;
     ClientErrorHandler errorHandler;
     std::chrono::milliseconds timeout { 25000 };
+    // Refused requests reach the error handler as NotEntitled, for tools that
+    // act for applications and must say so rather than wait.
+    bool reportRefusals = false;
 };
 
 } // namespace tessel
