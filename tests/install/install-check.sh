@@ -229,7 +229,14 @@ int main(void)
 }
 EOF
     # shellcheck disable=SC2046 # pkg-config answers several words
-    if cc -o "$scratch/host" "$scratch/host.c" $(pkg-config --cflags --libs tessel) 2>"$scratch/cc.log" \
+    # A sanitized library needs the sanitizers' runtimes, which the C++ driver links.
+    compiler=(cc)
+    if [ -n "${SANITIZE_FLAGS:-}" ]; then
+        # shellcheck disable=SC2206 # the flags are several words
+        compiler=("${CXX:-c++}" $SANITIZE_FLAGS -x c)
+    fi
+    if "${compiler[@]}" -o "$scratch/host" "$scratch/host.c" -x none $(pkg-config --cflags --libs tessel) \
+        2>"$scratch/cc.log" \
         && LD_LIBRARY_PATH=$lib "$scratch/host" >"$scratch/host.out"; then
         ok "a C host builds against tessel.pc and runs ($(head -c 60 "$scratch/host.out" | tr '\n' ' '))"
     else
